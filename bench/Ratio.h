@@ -1,0 +1,36 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// A ratio to report after the run: the time of one benchmark over the time of
+/// a reference measured in the same run, with the goal it must stay under.
+struct Ratio {
+    std::string subject;
+    std::string reference;
+    double goal;
+};
+
+/// Declares a ratio; use from a static initialiser next to the benchmarks.
+bool declareRatio(const std::string& subject, const std::string& reference, double goal);
+
+/// Console output plus, at the end, one line a declared ratio:
+/// "ratio <subject> / <reference> = <value> (goal < <goal>): ok|MISSED".
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override;
+    void Finalize() override;
+
+    /// Number of ratios that missed their goal.
+    int missed() const { return _missed; }
+
+private:
+    std::vector<std::pair<std::string, double>> _times;
+    int _missed = 0;
+};
+
+}  // namespace bench

@@ -1,0 +1,9 @@
+# Warnings are errors on the project's own targets; third-party headers come in
+# as system includes and are not affected.
+function(qxd_set_warnings target)
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Werror
+        -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
+        -Woverloaded-virtual -Wnull-dereference -Wimplicit-fallthrough
+        -Wno-missing-field-initializers)
+endfunction()

@@ -10,7 +10,17 @@ std::vector<Ratio>& ratios() {
     return declared;
 }
 
+std::vector<std::pair<std::string, double>>& limits() {
+    static std::vector<std::pair<std::string, double>> declared;
+    return declared;
+}
+
 }  // namespace
+
+bool declareLimit(const std::string& subject, double seconds) {
+    limits().emplace_back(subject, seconds);
+    return true;
+}
 
 bool declareRatio(const std::string& subject, const std::string& reference, double goal) {
     ratios().push_back({subject, reference, goal});
@@ -21,7 +31,9 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
         if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-            _times.emplace_back(run.benchmark_name(), run.GetAdjustedRealTime());
+            const double seconds =
+                run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            _times.emplace_back(run.benchmark_name(), seconds);
         }
     }
 }
@@ -47,6 +59,16 @@ void RatioReporter::Finalize() {
         _missed += ok ? 0 : 1;
         std::printf("ratio %s / %s = %.3f (goal < %.2f): %s\n", ratio.subject.c_str(),
                     ratio.reference.c_str(), value, ratio.goal, ok ? "ok" : "MISSED");
+    }
+    for (const auto& [subject, limit] : limits()) {
+        const double time = timeOf(subject);
+        if (time < 0) {
+            continue;
+        }
+        const bool ok = time < limit;
+        _missed += ok ? 0 : 1;
+        std::printf("limit %s = %.3f ms (goal < %.3f ms): %s\n", subject.c_str(), time * 1e3,
+                    limit * 1e3, ok ? "ok" : "MISSED");
     }
 }
 

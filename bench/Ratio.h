@@ -18,14 +18,19 @@ struct Ratio {
 /// Declares a ratio; use from a static initialiser next to the benchmarks.
 bool declareRatio(const std::string& subject, const std::string& reference, double goal);
 
+/// Declares an absolute goal: the benchmark's time an iteration must stay
+/// under `seconds`.
+bool declareLimit(const std::string& subject, double seconds);
+
 /// Console output plus, at the end, one line a declared ratio:
-/// "ratio <subject> / <reference> = <value> (goal < <goal>): ok|MISSED".
+/// "ratio <subject> / <reference> = <value> (goal < <goal>): ok|MISSED", and
+/// one a declared limit.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override;
     void Finalize() override;
 
-    /// Number of ratios that missed their goal.
+    /// Number of ratios and limits that missed their goal.
     int missed() const { return _missed; }
 
 private:

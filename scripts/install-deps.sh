@@ -12,6 +12,7 @@ packages=(
   qt6-qpa-plugins libgl-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   fonts-dejavu-core
+  python3-kiwisolver
 )
 
 if [ -n "${QXD_EXTRA_PACKAGES:-}" ]; then

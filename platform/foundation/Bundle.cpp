@@ -326,6 +326,25 @@ QString Bundle::pathForImage(const QString& name, double screenScale, double* fi
     return chosen->second;
 }
 
+QString Bundle::pathForResource(const QString& name, const QString& type) const {
+    if (name.isEmpty()) {
+        return {};
+    }
+    QString file = name;
+    if (!type.isEmpty()) {
+        file += type.startsWith(QLatin1Char('.')) ? type : QLatin1Char('.') + type;
+    }
+    const QDir folder(_path);
+    for (const QString& candidate :
+         {file, preferredLocalization() + QStringLiteral(".lproj/") + file}) {
+        const QFileInfo info(folder.absoluteFilePath(candidate));
+        if (info.isFile()) {
+            return info.absoluteFilePath();
+        }
+    }
+    return {};
+}
+
 QStringList Bundle::imageNames() const {
     QStringList names;
     const QStringList files = QDir(_path).entryList({QStringLiteral("*.png")}, QDir::Files);

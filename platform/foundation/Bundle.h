@@ -72,6 +72,11 @@ public:
     /// extension), sorted.
     QStringList imageNames() const;
 
+    /// The path of the resource file name.type (type may be empty, or start
+    /// with a dot): the one at the top of the bundle, else the one in the
+    /// preferred localisation's folder. Empty when there is none.
+    QString pathForResource(const QString& name, const QString& type) const;
+
 private:
     using StringTable = QHash<QString, QString>;
 

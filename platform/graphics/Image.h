@@ -63,12 +63,17 @@ public:
     /// swapped for the quarter-turn orientations.
     QSizeF size() const;
 
-    /// Draws the image, turned by its orientation, to fill rect.
+    /// Draws the image, turned by its orientation, to fill rect. When rect
+    /// maps pixel for pixel onto a 32-bit image the painter draws into, with
+    /// no clipping, the turn is copied straight into the target's memory.
     void drawInRect(QPainter& painter, const QRectF& rect) const;
     /// Draws at its size with its top left corner at point.
     void drawAtPoint(QPainter& painter, const QPointF& point) const;
 
 private:
+    // The pixel-for-pixel case of drawInRect; false when it does not apply.
+    bool drawDirect(QPainter& painter, const QRectF& rect) const;
+
     QImage _image;
     double _scale;
     ImageOrientation _orientation;

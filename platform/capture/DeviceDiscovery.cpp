@@ -1,0 +1,96 @@
+#include "platform/capture/CaptureDevice.h"
+#include "platform/capture/VirtualCamera.h"
+#include "platform/environment/Environment.h"
+#include "platform/foundation/Dispatch.h"
+
+#include <mutex>
+
+namespace platform {
+namespace {
+
+struct DiscoveryState {
+    std::mutex mutex;
+    DeviceDiscovery::Provider override;
+    DeviceDiscovery::Provider hardware;
+    std::vector<std::shared_ptr<CaptureDevice>> virtualCameras;
+};
+
+DiscoveryState& state() {
+    static DiscoveryState discovery;
+    return discovery;
+}
+
+std::vector<std::shared_ptr<CaptureDevice>> defaultDevices() {
+    DeviceDiscovery::Provider hardware;
+    {
+        std::lock_guard lock(state().mutex);
+        hardware = state().hardware;
+    }
+    if (hardware) {
+        auto cameras = hardware();
+        if (!cameras.empty()) {
+            return cameras;
+        }
+    }
+    {
+        std::lock_guard lock(state().mutex);
+        if (!state().virtualCameras.empty()) {
+            return state().virtualCameras;
+        }
+    }
+    auto back = VirtualCamera::makeDevice(VirtualCameraConfiguration::back());
+    auto front = VirtualCamera::makeDevice(VirtualCameraConfiguration::front());
+    std::lock_guard lock(state().mutex);
+    // Made once: the platform's devices keep their identity.
+    if (state().virtualCameras.empty()) {
+        state().virtualCameras = {std::move(back), std::move(front)};
+    }
+    return state().virtualCameras;
+}
+
+// The capture system is part of the library: the availability probe is in
+// place as soon as it is loaded, before anyone asks whether a camera exists.
+[[maybe_unused]] const bool kInitializedAtLoad = [] {
+    DeviceDiscovery::initialize();
+    return true;
+}();
+
+}  // namespace
+
+std::vector<std::shared_ptr<CaptureDevice>> DeviceDiscovery::allDevices() {
+    initialize();
+    Provider provider;
+    {
+        std::lock_guard lock(state().mutex);
+        provider = state().override;
+    }
+    return provider ? provider() : defaultDevices();
+}
+
+void DeviceDiscovery::setHardwareSource(Provider source) {
+    std::lock_guard lock(state().mutex);
+    state().hardware = std::move(source);
+}
+
+DeviceDiscovery::ScopedOverride::ScopedOverride(Provider provider) {
+    std::lock_guard lock(state().mutex);
+    _previous = std::exchange(state().override, std::move(provider));
+}
+
+DeviceDiscovery::ScopedOverride::ScopedOverride(std::vector<std::shared_ptr<CaptureDevice>> devices)
+    : ScopedOverride(Provider([devices = std::move(devices)] { return devices; })) {}
+
+DeviceDiscovery::ScopedOverride::~ScopedOverride() {
+    std::lock_guard lock(state().mutex);
+    state().override = std::move(_previous);
+}
+
+void DeviceDiscovery::initialize() {
+    static OnceToken once;
+    runOnce(once, [] {
+        CameraAvailability::setProbe(
+            [] { return !CaptureDevice::devicesWithMediaType(kMediaTypeVideo).empty(); });
+    });
+}
+
+}  // namespace platform

@@ -1,0 +1,121 @@
+#include "platform/capture/StillImageOutput.h"
+
+#include "platform/capture/CaptureDevice.h"
+#include "platform/capture/CaptureSession.h"
+#include "platform/foundation/Dispatch.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/Value.h"
+
+#include <algorithm>
+
+namespace platform {
+namespace {
+
+ErrorPtr captureError(int code, const QString& description) {
+    return Error::withDescription(kAVFoundationErrorDomain, code, description);
+}
+
+}  // namespace
+
+std::shared_ptr<StillImageOutput> StillImageOutput::create() {
+    return std::make_shared<StillImageOutput>(Key{});
+}
+
+StillImageOutput::StillImageOutput(Key)
+    : _completionQueue(DispatchQueue::createSerial("platform.capture.still-image-completion")) {}
+
+StillImageOutput::~StillImageOutput() = default;
+
+QVariantMap StillImageOutput::outputSettings() const {
+    return {{kPixelBufferPixelFormatTypeKey, QVariant::fromValue<uint>(pixelFormat())}};
+}
+
+void StillImageOutput::setOutputSettings(const QVariantMap& settings) {
+    if (settings.isEmpty()) {
+        _pixelFormat = pixel_format::k32BGRA;
+        return;
+    }
+    const QVariant value = settings.value(kPixelBufferPixelFormatTypeKey);
+    const auto formats = availableImageDataCVPixelFormatTypes();
+    const auto format = static_cast<std::uint32_t>(value::integerValue(value));
+    if (!value::isNumber(value) ||
+        std::find(formats.begin(), formats.end(), format) == formats.end()) {
+        log::write(QStringLiteral("[capture] StillImageOutput: output settings with pixel format "
+                                  "%1 (%2) are not supported; ignored")
+                       .arg(value.toString(), pixel_format::name(format)));
+        return;
+    }
+    _pixelFormat = format;
+}
+
+std::vector<std::uint32_t> StillImageOutput::availableImageDataCVPixelFormatTypes() const {
+    return {pixel_format::k420YpCbCr8BiPlanarVideoRange, pixel_format::k420YpCbCr8BiPlanarFullRange,
+            pixel_format::k32BGRA};
+}
+
+bool StillImageOutput::isStillImageStabilizationSupported() const {
+    auto connection = connectionWithMediaType(kMediaTypeVideo);
+    auto device = connection ? connection->sourceDevice() : nullptr;
+    return device && device->capabilities().stillImageStabilization;
+}
+
+void StillImageOutput::setAutomaticallyEnablesStillImageStabilizationWhenAvailable(bool enabled) {
+    if (!isStillImageStabilizationSupported()) {
+        log::write(QStringLiteral("[capture] StillImageOutput: still image stabilization is not "
+                                  "supported; setAutomaticallyEnablesStillImageStabilization"
+                                  "WhenAvailable(%1) ignored")
+                       .arg(enabled));
+        return;
+    }
+    _stabilization = enabled;
+}
+
+void StillImageOutput::captureStillImageAsynchronously(
+    const std::shared_ptr<CaptureConnection>& connection, CompletionHandler completion) {
+    auto self = std::static_pointer_cast<StillImageOutput>(shared_from_this());
+    ++_capturesInFlight;
+    _completionQueue->async([self, connection, completion = std::move(completion)] {
+        StillResult result = self->capture(connection);
+        --self->_capturesInFlight;
+        if (completion) {
+            completion(result.sampleBuffer, result.error);
+        }
+    });
+}
+
+StillResult StillImageOutput::capture(const std::shared_ptr<CaptureConnection>& connection) const {
+    const auto mine = connections();
+    if (!connection || std::find(mine.begin(), mine.end(), connection) == mine.end() ||
+        !connection->isEnabled()) {
+        return {nullptr, captureError(av_error::kUnknown,
+                                      QStringLiteral("No active and enabled video connection."))};
+    }
+    auto owner = session();
+    if (!owner || !owner->isRunning()) {
+        return {nullptr,
+                captureError(av_error::kSessionNotRunning, QStringLiteral("Cannot Record"))};
+    }
+    auto device = connection->sourceDevice();
+    if (!device || !device->isConnected()) {
+        return {nullptr,
+                captureError(av_error::kDeviceNotConnected, QStringLiteral("Cannot Record"))};
+    }
+    StillRequest request;
+    request.layout.sensorSize = device->capabilities().stillImageSize;
+    request.layout.pixelFormat = pixelFormat();
+    request.layout.orientation = connection->videoOrientation();
+    request.layout.mirrored = connection->isVideoMirrored();
+    request.scaleAndCropFactor = connection->videoScaleAndCropFactor();
+    return device->driver().captureStill(request);
+}
+
+CaptureConnection::Traits StillImageOutput::connectionTraits(const CaptureDevice& device) const {
+    const CaptureDeviceCapabilities& caps = device.capabilities();
+    CaptureConnection::Traits traits;
+    traits.videoOrientation = caps.videoOrientation;
+    traits.videoMirroring = caps.videoMirroring;
+    traits.videoMaxScaleAndCropFactor = caps.videoMaxScaleAndCropFactor;
+    return traits;
+}
+
+}  // namespace platform

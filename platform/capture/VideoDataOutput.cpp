@@ -1,0 +1,104 @@
+#include "platform/capture/VideoDataOutput.h"
+
+#include "platform/capture/CaptureDevice.h"
+#include "platform/foundation/Dispatch.h"
+#include "platform/foundation/Log.h"
+#include "platform/foundation/Value.h"
+
+#include <algorithm>
+
+namespace platform {
+
+std::shared_ptr<VideoDataOutput> VideoDataOutput::create() {
+    return std::make_shared<VideoDataOutput>(Key{});
+}
+
+void VideoDataOutput::setSampleBufferDelegate(std::weak_ptr<VideoDataOutputDelegate> delegate,
+                                              std::shared_ptr<DispatchQueue> queue) {
+    std::lock_guard lock(_delegateMutex);
+    _delegate = std::move(delegate);
+    _queue = std::move(queue);
+}
+
+std::shared_ptr<VideoDataOutputDelegate> VideoDataOutput::sampleBufferDelegate() const {
+    std::lock_guard lock(_delegateMutex);
+    return _delegate.lock();
+}
+
+std::shared_ptr<DispatchQueue> VideoDataOutput::sampleBufferCallbackQueue() const {
+    std::lock_guard lock(_delegateMutex);
+    return _queue;
+}
+
+QVariantMap VideoDataOutput::videoSettings() const {
+    return {{kPixelBufferPixelFormatTypeKey, QVariant::fromValue<uint>(pixelFormat())}};
+}
+
+void VideoDataOutput::setVideoSettings(const QVariantMap& settings) {
+    if (settings.isEmpty()) {
+        _pixelFormat = pixel_format::k32BGRA;
+        return;
+    }
+    const QVariant value = settings.value(kPixelBufferPixelFormatTypeKey);
+    const auto formats = availableVideoPixelFormatTypes();
+    const auto format = static_cast<std::uint32_t>(value::integerValue(value));
+    if (!value::isNumber(value) ||
+        std::find(formats.begin(), formats.end(), format) == formats.end()) {
+        log::write(QStringLiteral("[capture] VideoDataOutput: video settings with pixel format %1 "
+                                  "(%2) are not supported; ignored")
+                       .arg(value.toString(), pixel_format::name(format)));
+        return;
+    }
+    _pixelFormat = format;
+}
+
+std::vector<std::uint32_t> VideoDataOutput::availableVideoPixelFormatTypes() const {
+    return {pixel_format::k420YpCbCr8BiPlanarVideoRange, pixel_format::k420YpCbCr8BiPlanarFullRange,
+            pixel_format::k32BGRA};
+}
+
+void VideoDataOutput::deliverSampleBuffer(const SampleBufferPtr& sampleBuffer,
+                                          const std::shared_ptr<CaptureConnection>& connection) {
+    std::weak_ptr<VideoDataOutputDelegate> delegate;
+    std::shared_ptr<DispatchQueue> queue;
+    {
+        std::lock_guard lock(_delegateMutex);
+        delegate = _delegate;
+        queue = _queue;
+    }
+    if (!queue || delegate.expired()) {
+        return;
+    }
+    auto self = std::static_pointer_cast<CaptureOutput>(shared_from_this());
+    if (alwaysDiscardsLateVideoFrames() && _framesInFlight->load() > 0) {
+        // The dropped frame's pixels go back to the pool at once; the
+        // delegate hears of it, in order, once the queue reaches it.
+        auto marker =
+            std::make_shared<const SampleBuffer>(nullptr, sampleBuffer->presentationTimeStamp());
+        queue->async([self, delegate, marker, connection] {
+            if (auto receiver = delegate.lock()) {
+                receiver->captureOutputDidDropSampleBuffer(self, marker, connection);
+            }
+        });
+        return;
+    }
+    ++*_framesInFlight;
+    queue->async([self, delegate, sampleBuffer, connection, inFlight = _framesInFlight] {
+        if (auto receiver = delegate.lock()) {
+            receiver->captureOutputDidOutputSampleBuffer(self, sampleBuffer, connection);
+        }
+        --*inFlight;
+    });
+}
+
+CaptureConnection::Traits VideoDataOutput::connectionTraits(const CaptureDevice& device) const {
+    const CaptureDeviceCapabilities& caps = device.capabilities();
+    CaptureConnection::Traits traits;
+    traits.videoOrientation = caps.videoOrientation;
+    traits.videoMirroring = caps.videoMirroring;
+    traits.videoStabilization = !caps.videoStabilizationModes.empty();
+    traits.videoStabilizationModes = caps.videoStabilizationModes;
+    return traits;
+}
+
+}  // namespace platform

@@ -1,0 +1,395 @@
+#include "platform/capture/VirtualCamera.h"
+
+#include "platform/capture/CaptureDevice.h"
+#include "platform/capture/FrameTimer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace platform {
+namespace {
+
+// Prepared scenes kept per camera: the live layout, a still layout and a
+// change of look in between.
+constexpr std::size_t kSceneCacheSize = 3;
+
+std::uint64_t hash(std::uint64_t a, std::uint64_t b) {
+    std::uint64_t value = a ^ (b + 0x9E3779B97F4A7C15ULL + (a << 6) + (a >> 2));
+    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    value = (value ^ (value >> 27)) * 0x94D049BB133111EBULL;
+    return value ^ (value >> 31);
+}
+
+bool hasAutofocus(const CaptureDeviceCapabilities& caps) {
+    const auto& modes = caps.focusModes;
+    return std::find(modes.begin(), modes.end(), focus_mode::kAutoFocus) != modes.end() ||
+           std::find(modes.begin(), modes.end(), focus_mode::kContinuousAutoFocus) != modes.end();
+}
+
+std::shared_ptr<const virtual_scene::Source> makeSource(const VirtualCameraConfiguration& config) {
+    switch (config.source) {
+        case VirtualCameraConfiguration::Source::Image:
+            return virtual_scene::makeImageSource(config.image);
+        case VirtualCameraConfiguration::Source::Folder:
+            return virtual_scene::makeFolderSource(config.folder);
+        case VirtualCameraConfiguration::Source::Document:
+            break;
+    }
+    return virtual_scene::makeDocumentSource(config.seed, config.desk);
+}
+
+int evenRound(double value) {
+    return 2 * static_cast<int>(std::lround(value / 2));
+}
+
+ErrorPtr avError(int code, const QString& description) {
+    return Error::withDescription(kAVFoundationErrorDomain, code, description);
+}
+
+}  // namespace
+
+VirtualCameraConfiguration VirtualCameraConfiguration::back() {
+    VirtualCameraConfiguration config;
+    config.uniqueID = QStringLiteral("qxd.virtual-camera.back");
+    config.localizedName = QStringLiteral("Virtual Back Camera");
+    config.position = device_position::kBack;
+    config.seed = 1;
+    CaptureDeviceCapabilities& caps = config.capabilities;
+    caps.sessionPresets = {session_preset::kPhoto, session_preset::k3840x2160,
+                           session_preset::k1920x1080, session_preset::k1280x720,
+                           session_preset::kiFrame960x540};
+    caps.stillImageSize = QSize(4032, 3024);
+    caps.focusModes = {focus_mode::kLocked, focus_mode::kAutoFocus,
+                       focus_mode::kContinuousAutoFocus};
+    caps.focusPointOfInterest = true;
+    caps.exposureModes = {exposure_mode::kLocked, exposure_mode::kAutoExpose,
+                          exposure_mode::kContinuousAutoExposure};
+    caps.exposurePointOfInterest = true;
+    caps.hasFlash = true;
+    caps.flashModes = {flash_mode::kOff, flash_mode::kOn, flash_mode::kAuto};
+    caps.hasTorch = true;
+    caps.torchModes = {torch_mode::kOff, torch_mode::kOn, torch_mode::kAuto};
+    caps.whiteBalanceModes = {white_balance_mode::kLocked, white_balance_mode::kAutoWhiteBalance,
+                              white_balance_mode::kContinuousAutoWhiteBalance};
+    caps.lowLightBoost = true;
+    caps.videoStabilizationModes = {video_stabilization_mode::kStandard,
+                                    video_stabilization_mode::kCinematic,
+                                    video_stabilization_mode::kAuto};
+    caps.stillImageStabilization = true;
+    caps.videoMaxScaleAndCropFactor = 4.0;
+    return config;
+}
+
+VirtualCameraConfiguration VirtualCameraConfiguration::front() {
+    VirtualCameraConfiguration config;
+    config.uniqueID = QStringLiteral("qxd.virtual-camera.front");
+    config.localizedName = QStringLiteral("Virtual Front Camera");
+    config.position = device_position::kFront;
+    config.seed = 2;
+    config.desk = virtual_scene::Desk::Grey;
+    config.torchAvailable = false;
+    config.maxAvailableTorchLevel = 0.0f;
+    CaptureDeviceCapabilities& caps = config.capabilities;
+    caps.sessionPresets = {session_preset::kPhoto, session_preset::k1920x1080,
+                           session_preset::k1280x720, session_preset::kiFrame960x540};
+    caps.stillImageSize = QSize(3088, 2320);
+    caps.focusModes = {focus_mode::kLocked};
+    caps.exposureModes = {exposure_mode::kLocked, exposure_mode::kAutoExpose,
+                          exposure_mode::kContinuousAutoExposure};
+    caps.exposurePointOfInterest = true;
+    caps.whiteBalanceModes = {white_balance_mode::kLocked, white_balance_mode::kAutoWhiteBalance,
+                              white_balance_mode::kContinuousAutoWhiteBalance};
+    caps.videoStabilizationModes = {video_stabilization_mode::kStandard,
+                                    video_stabilization_mode::kAuto};
+    caps.stillImageStabilization = true;
+    return config;
+}
+
+std::shared_ptr<VirtualCamera> VirtualCamera::create(VirtualCameraConfiguration configuration) {
+    return std::make_shared<VirtualCamera>(Key{}, std::move(configuration));
+}
+
+std::shared_ptr<CaptureDevice> VirtualCamera::makeDevice(VirtualCameraConfiguration configuration) {
+    return CaptureDevice::create(create(std::move(configuration)));
+}
+
+VirtualCamera::VirtualCamera(Key, VirtualCameraConfiguration configuration)
+    : _config(std::move(configuration)),
+      _source(makeSource(_config)),
+      _lens(hasAutofocus(_config.capabilities) ? Lens::Defocused : Lens::Focused) {
+    _settings = initialSettings();
+}
+
+VirtualCamera::~VirtualCamera() {
+    stopStreaming();
+}
+
+CaptureDeviceSettings VirtualCamera::initialSettings() const {
+    CaptureDeviceSettings settings = CaptureDeviceDriver::initialSettings();
+    // The lens starts where it was left: focus locked, picture soft until an
+    // autofocus runs.
+    const auto& modes = _config.capabilities.focusModes;
+    if (std::find(modes.begin(), modes.end(), focus_mode::kLocked) != modes.end()) {
+        settings.focusMode = focus_mode::kLocked;
+    }
+    return settings;
+}
+
+bool VirtualCamera::isTorchAvailable() const {
+    return _config.capabilities.hasTorch && _config.torchAvailable && isConnected();
+}
+
+float VirtualCamera::maxAvailableTorchLevel() const {
+    return _config.capabilities.hasTorch ? std::clamp(_config.maxAvailableTorchLevel, 0.0f, 1.0f)
+                                         : 0.0f;
+}
+
+ErrorPtr VirtualCamera::lockForConfiguration() {
+    return _config.failures.lockForConfiguration;
+}
+
+ErrorPtr VirtualCamera::openInput() {
+    if (ErrorPtr error = CaptureDeviceDriver::openInput()) {
+        return error;
+    }
+    return _config.failures.openInput;
+}
+
+void VirtualCamera::applySettings(const CaptureDeviceSettings& settings) {
+    std::lock_guard lock(_mutex);
+    const CaptureDeviceSettings previous = _settings;
+    _settings = settings;
+    if (!hasAutofocus(_config.capabilities)) {
+        return;
+    }
+    const bool autoMode = settings.focusMode == focus_mode::kAutoFocus ||
+                          settings.focusMode == focus_mode::kContinuousAutoFocus;
+    const bool retarget = settings.focusMode != previous.focusMode ||
+                          settings.focusPointOfInterest != previous.focusPointOfInterest;
+    if (autoMode && (retarget || _lens == Lens::Defocused)) {
+        _lens = Lens::Focusing;
+        _focusStartPending = true;
+    } else if (!autoMode && _lens == Lens::Focusing) {
+        // Locked half-way: the lens stays where it is, out of focus.
+        _lens = Lens::Defocused;
+    }
+}
+
+virtual_scene::Look VirtualCamera::lookAt(std::uint64_t tick) {
+    std::lock_guard lock(_mutex);
+    _lastTick = tick;
+    if (_lens == Lens::Focusing) {
+        if (_focusStartPending) {
+            _focusDoneTick =
+                tick + static_cast<std::uint64_t>(std::max(0, _config.focusSettleFrames));
+            _focusStartPending = false;
+        }
+        if (tick >= _focusDoneTick) {
+            _lens = Lens::Focused;
+        }
+    }
+    virtual_scene::Look look;
+    look.focused = _lens == Lens::Focused;
+    if (_settings.torchMode == torch_mode::kOn && _settings.torchLevel > 0.0f) {
+        look.lightingStep =
+            std::clamp(static_cast<int>(std::lround(_settings.torchLevel * 4)), 1, 4);
+    }
+    const auto perPicture = static_cast<std::uint64_t>(
+        std::max(1.0, std::round(_config.secondsPerPicture * _config.frameRate)));
+    look.picture = static_cast<int>((tick / perPicture) % std::uint64_t(_source->pictureCount()));
+    return look;
+}
+
+std::shared_ptr<const virtual_scene::PreparedScene> VirtualCamera::sceneFor(
+    const FrameLayout& layout, const virtual_scene::Look& look) {
+    {
+        std::lock_guard lock(_mutex);
+        for (auto it = _scenes.begin(); it != _scenes.end(); ++it) {
+            if ((*it)->layout() == layout && (*it)->look() == look) {
+                _scenes.splice(_scenes.begin(), _scenes, it);
+                return _scenes.front();
+            }
+        }
+    }
+    // Prepared without the lock: it is the one slow step (once per layout
+    // and look), and stills may prepare while the stream keeps going.
+    const QImage canvas = layout.pixelFormat == pixel_format::k422YpCbCr8_yuvs
+                              ? QImage()
+                              : canvasFor(layout, look.picture);
+    auto scene = virtual_scene::PreparedScene::prepare(canvas, layout, look, _config.seed,
+                                                       _config.noiseAmplitude);
+    std::lock_guard lock(_mutex);
+    _scenes.push_front(scene);
+    if (_scenes.size() > kSceneCacheSize) {
+        _scenes.pop_back();
+    }
+    return scene;
+}
+
+QImage VirtualCamera::canvasFor(const FrameLayout& layout, int picture) {
+    // The source's rendering is the costly part of a scene and depends on the
+    // size only, so a change of torch or focus reuses it.
+    const QSize size = virtual_scene::canvasSize(layout);
+    {
+        std::lock_guard lock(_mutex);
+        for (auto it = _canvases.begin(); it != _canvases.end(); ++it) {
+            if (it->size == size && it->picture == picture) {
+                _canvases.splice(_canvases.begin(), _canvases, it);
+                return it->image;
+            }
+        }
+    }
+    QImage image = _source->render(size, picture);
+    std::lock_guard lock(_mutex);
+    _canvases.push_front({size, picture, image});
+    if (_canvases.size() > 2) {
+        _canvases.pop_back();
+    }
+    return image;
+}
+
+std::shared_ptr<PixelBufferPool> VirtualCamera::poolFor(const QSize& size, std::uint32_t format) {
+    std::lock_guard lock(_mutex);
+    if (!_pool || _pool->attributes().width != size.width() ||
+        _pool->attributes().height != size.height() || _pool->attributes().pixelFormat != format) {
+        _pool = PixelBufferPool::create(
+            {size.width(), size.height(), format, _config.maximumBuffersInFlight});
+    }
+    return _pool;
+}
+
+void VirtualCamera::disconnect() {
+    if (_connected.exchange(false)) {
+        reportDisconnection(avError(av_error::kDeviceWasDisconnected,
+                                    QStringLiteral("The device was disconnected.")));
+    }
+}
+
+ErrorPtr VirtualCamera::startStreaming(std::shared_ptr<CaptureStreamSink> sink) {
+    if (!isConnected()) {
+        return avError(av_error::kDeviceNotConnected, QStringLiteral("Cannot Record"));
+    }
+    std::lock_guard lock(_mutex);
+    if (_timer) {
+        return avError(av_error::kDeviceAlreadyUsedByAnotherSession,
+                       QStringLiteral("The device is already streaming to another session."));
+    }
+    _sink = std::move(sink);
+    _timer = std::make_unique<FrameTimer>(_config.frameRate,
+                                          [this](std::uint64_t tick) { return this->tick(tick); });
+    return nullptr;
+}
+
+void VirtualCamera::stopStreaming() {
+    std::unique_ptr<FrameTimer> timer;
+    {
+        std::lock_guard lock(_mutex);
+        timer = std::move(_timer);
+        _sink.reset();
+    }
+    // Joins the stream thread, which may be waiting for the lock above.
+    timer.reset();
+}
+
+bool VirtualCamera::tick(std::uint64_t tick) {
+    std::shared_ptr<CaptureStreamSink> sink;
+    {
+        std::lock_guard lock(_mutex);
+        sink = _sink;
+    }
+    if (!sink || !isConnected()) {
+        return false;
+    }
+    const int lostAfter = _config.failures.disconnectAfterFrames;
+    if (lostAfter >= 0 && _delivered.load() >= static_cast<std::uint64_t>(lostAfter)) {
+        disconnect();
+        return false;
+    }
+    const FrameLayout layout = sink->nextFrameLayout();
+    if (layout.sensorSize.isEmpty()) {
+        return true;
+    }
+    const SampleBufferPtr sample = makeFrame(tick, layout);
+    if (!sample) {
+        return true;  // every buffer is still out: this frame is skipped
+    }
+    sink->streamDidOutputSampleBuffer(sample, layout);
+    ++_delivered;
+    if (_config.frameObserver) {
+        _config.frameObserver(sample);
+    }
+    return true;
+}
+
+SampleBufferPtr VirtualCamera::makeFrame(std::uint64_t tick, const FrameLayout& layout) {
+    const MediaTime time{static_cast<qint64>(tick),
+                         static_cast<qint32>(std::max(1.0, std::round(_config.frameRate)))};
+    const virtual_scene::Look look = lookAt(tick);
+    if (_config.failures.liveFramesWithoutImageBuffer) {
+        return std::make_shared<const SampleBuffer>(nullptr, time);
+    }
+    FrameLayout made = layout;
+    if (_config.failures.liveFramesInUnsupportedFormat ||
+        !PixelBuffer::isSupportedFormat(made.pixelFormat)) {
+        made.pixelFormat = pixel_format::k422YpCbCr8_yuvs;
+    }
+    const QSize size = made.size();
+    auto pool = poolFor(size, made.pixelFormat);
+    auto buffer = pool ? pool->createPixelBuffer() : nullptr;
+    if (!buffer) {
+        return nullptr;
+    }
+    const auto scene = sceneFor(made, look);
+    const double t = static_cast<double>(tick) / _config.frameRate;
+    const double reach = scene->margin() * std::clamp(_config.handMotion, 0.0, 1.0);
+    const double phase = static_cast<double>(_config.seed % 997) / 997.0 * 2 * std::numbers::pi;
+    const double turn = 2 * std::numbers::pi * t;
+    const int dx = evenRound(
+        reach * (0.65 * std::sin(0.31 * turn + phase) + 0.35 * std::sin(1.7 * turn + 2 * phase)));
+    const int dy = evenRound(
+        reach * (0.6 * std::sin(0.23 * turn + 3 * phase) + 0.4 * std::sin(1.3 * turn + phase)));
+    scene->renderFrame(*buffer, dx, dy, hash(_config.seed, tick));
+    buffer->setRefusesLock(_config.failures.liveBuffersRefuseLock);
+    return std::make_shared<const SampleBuffer>(std::move(buffer), time);
+}
+
+StillResult VirtualCamera::captureStill(const StillRequest& request) {
+    if (!isConnected()) {
+        return {nullptr, avError(av_error::kDeviceNotConnected, QStringLiteral("Cannot Record"))};
+    }
+    const std::uint64_t index = _stills++;
+    std::uint64_t lastTick = 0;
+    {
+        std::lock_guard lock(_mutex);
+        lastTick = _lastTick;
+    }
+    const MediaTime time{static_cast<qint64>(lastTick),
+                         static_cast<qint32>(std::max(1.0, std::round(_config.frameRate)))};
+    switch (_config.failures.still) {
+        case VirtualCameraFailures::Still::Error:
+            return {nullptr, _config.failures.stillError
+                                 ? _config.failures.stillError
+                                 : avError(av_error::kUnknown,
+                                           QStringLiteral("The operation could not be completed"))};
+        case VirtualCameraFailures::Still::NoSampleBuffer:
+            return {};
+        case VirtualCameraFailures::Still::SampleBufferWithoutImageBuffer:
+            return {std::make_shared<const SampleBuffer>(nullptr, time), nullptr};
+        case VirtualCameraFailures::Still::None:
+            break;
+    }
+    const FrameLayout& layout = request.layout;
+    auto buffer =
+        PixelBuffer::create(layout.size().width(), layout.size().height(), layout.pixelFormat);
+    if (!buffer) {
+        return {nullptr,
+                avError(av_error::kUnknown, QStringLiteral("Unsupported still format or size."))};
+    }
+    const auto scene = sceneFor(layout, lookAt(lastTick));
+    scene->renderFrame(*buffer, 0, 0, hash(_config.seed ^ 0x5354494C4CULL, index));
+    buffer->setRefusesLock(_config.failures.stillBuffersRefuseLock);
+    return {std::make_shared<const SampleBuffer>(std::move(buffer), time), nullptr};
+}
+
+}  // namespace platform

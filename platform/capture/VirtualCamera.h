@@ -1,0 +1,162 @@
+#pragma once
+
+#include "platform/capture/CaptureDeviceDriver.h"
+#include "platform/capture/VirtualScene.h"
+
+#include <QImage>
+#include <QString>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+
+namespace platform {
+
+class CaptureDevice;
+class FrameTimer;
+
+/// Failures a virtual camera shows on purpose. All off by default.
+struct VirtualCameraFailures {
+    /// lockForConfiguration refuses with this error.
+    ErrorPtr lockForConfiguration;
+    /// CaptureDeviceInput::create fails with this error.
+    ErrorPtr openInput;
+    /// Sessions refuse the camera's input (canAddInput is false).
+    bool refusesSession = false;
+
+    enum class Still { None, Error, SampleBufferWithoutImageBuffer, NoSampleBuffer };
+    Still still = Still::None;
+    /// The error of Still::Error; null: kAVFoundationErrorDomain, kUnknown.
+    ErrorPtr stillError;
+    /// Still pixel buffers refuse lockBaseAddress.
+    bool stillBuffersRefuseLock = false;
+
+    /// Live pixel buffers refuse lockBaseAddress.
+    bool liveBuffersRefuseLock = false;
+    /// Live frames come in 'yuvs' whatever the output asked for.
+    bool liveFramesInUnsupportedFormat = false;
+    /// Live sample buffers carry no image buffer.
+    bool liveFramesWithoutImageBuffer = false;
+    /// The device is lost after delivering this many frames (-1: never).
+    int disconnectAfterFrames = -1;
+};
+
+/// Everything about one virtual camera: identity, capabilities, picture
+/// source, timing and failures. A plain value: cameras share no state.
+struct VirtualCameraConfiguration {
+    enum class Source { Document, Image, Folder };
+
+    QString uniqueID;
+    QString localizedName;
+    int position = device_position::kBack;
+    CaptureDeviceCapabilities capabilities;
+    bool torchAvailable = true;
+    float maxAvailableTorchLevel = 1.0f;
+
+    double frameRate = 30.0;
+    std::uint64_t seed = 1;
+    Source source = Source::Document;
+    virtual_scene::Desk desk = virtual_scene::Desk::Wood;
+    QImage image;                    ///< Source::Image
+    QString folder;                  ///< Source::Folder
+    double secondsPerPicture = 1.0;  ///< Source::Folder: how long each image shows
+    double handMotion = 1.0;         ///< 0 (tripod) to 1
+    int noiseAmplitude = 4;          ///< 0 to 8 levels
+    /// Frames an autofocus takes to sharpen the picture.
+    int focusSettleFrames = 6;
+    /// Live buffers out at once; a tick finding none free is skipped.
+    std::size_t maximumBuffersInFlight = 12;
+
+    VirtualCameraFailures failures;
+    /// Called on the stream thread after each delivered frame (for tests).
+    std::function<void(const SampleBufferPtr&)> frameObserver;
+
+    /// The default back camera: every preset up to 3840x2160, 4032x3024
+    /// stills, focus, exposure, flash, torch, white balance, low-light boost,
+    /// stabilisation.
+    static VirtualCameraConfiguration back();
+    /// The default front camera: up to 1920x1080, 3088x2320 stills, fixed
+    /// focus, no flash or torch.
+    static VirtualCameraConfiguration front();
+};
+
+/// The virtual camera driver: frames of a synthetic document scene, an image
+/// or a folder of images, at the session preset's size in the consumer's
+/// pixel format, at a set rate on a thread of its own. The torch brightens
+/// the picture; until an autofocus has settled (focus mode auto or
+/// continuous) it is blurred. Frames and stills are deterministic for a seed:
+/// frame n's motion and noise depend on n only, still k's on k.
+///
+/// Thread-safe, as every driver.
+class VirtualCamera final : public CaptureDeviceDriver {
+    struct Key {};
+
+public:
+    static std::shared_ptr<VirtualCamera> create(VirtualCameraConfiguration configuration);
+    /// A device backed by a new virtual camera.
+    static std::shared_ptr<CaptureDevice> makeDevice(VirtualCameraConfiguration configuration);
+
+    VirtualCamera(Key, VirtualCameraConfiguration configuration);
+    ~VirtualCamera() override;
+
+    const VirtualCameraConfiguration& configuration() const { return _config; }
+    /// Loses the device now, as a cable pulled mid-stream.
+    void disconnect();
+    std::uint64_t deliveredFrameCount() const { return _delivered.load(); }
+
+    // CaptureDeviceDriver
+    QString uniqueID() const override { return _config.uniqueID; }
+    QString localizedName() const override { return _config.localizedName; }
+    int position() const override { return _config.position; }
+    const CaptureDeviceCapabilities& capabilities() const override { return _config.capabilities; }
+    CaptureDeviceSettings initialSettings() const override;
+    bool isConnected() const override { return _connected.load(); }
+    bool isTorchAvailable() const override;
+    float maxAvailableTorchLevel() const override;
+    ErrorPtr lockForConfiguration() override;
+    ErrorPtr openInput() override;
+    bool canJoinSession() const override { return !_config.failures.refusesSession; }
+    void applySettings(const CaptureDeviceSettings& settings) override;
+    ErrorPtr startStreaming(std::shared_ptr<CaptureStreamSink> sink) override;
+    void stopStreaming() override;
+    StillResult captureStill(const StillRequest& request) override;
+
+private:
+    enum class Lens { Defocused, Focusing, Focused };
+
+    bool tick(std::uint64_t tick);
+    SampleBufferPtr makeFrame(std::uint64_t tick, const FrameLayout& layout);
+    virtual_scene::Look lookAt(std::uint64_t tick);
+    std::shared_ptr<const virtual_scene::PreparedScene> sceneFor(const FrameLayout& layout,
+                                                                 const virtual_scene::Look& look);
+    QImage canvasFor(const FrameLayout& layout, int picture);
+    std::shared_ptr<PixelBufferPool> poolFor(const QSize& size, std::uint32_t format);
+
+    const VirtualCameraConfiguration _config;
+    const std::shared_ptr<const virtual_scene::Source> _source;
+    std::atomic<bool> _connected{true};
+    std::atomic<std::uint64_t> _delivered{0};
+    std::atomic<std::uint64_t> _stills{0};
+
+    mutable std::mutex _mutex;
+    CaptureDeviceSettings _settings;
+    Lens _lens;
+    std::uint64_t _focusDoneTick = 0;
+    bool _focusStartPending = false;
+    std::uint64_t _lastTick = 0;
+    std::shared_ptr<CaptureStreamSink> _sink;
+    std::unique_ptr<FrameTimer> _timer;
+    std::shared_ptr<PixelBufferPool> _pool;
+    std::list<std::shared_ptr<const virtual_scene::PreparedScene>> _scenes;
+    struct Canvas {
+        QSize size;
+        int picture = 0;
+        QImage image;
+    };
+    std::list<Canvas> _canvases;
+};
+
+}  // namespace platform

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "platform/speech/SpeechEngine.h"
+
+#include <memory>
+
+namespace platform {
+
+/// A speech engine over Qt's text-to-speech, which loads an engine plugin
+/// (on Debian, flite). Without a plugin, or when the plugin fails (no audio
+/// device), it reports itself unavailable or ends utterances with an error.
+///
+/// Main thread only: it owns a QObject, created on first use, whose signals
+/// arrive through the Qt event loop.
+class QtSpeechEngine : public SpeechEngine {
+public:
+    /// Over the engine plugin called engineName; empty for Qt's default.
+    explicit QtSpeechEngine(QString engineName = {});
+    ~QtSpeechEngine() override;
+    QtSpeechEngine(const QtSpeechEngine&) = delete;
+    QtSpeechEngine& operator=(const QtSpeechEngine&) = delete;
+
+    QString unavailableReason() override;
+    void speak(const Utterance& utterance, Finished finished) override;
+    void stop() override;
+    void pause() override;
+    void resume() override;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> _impl;
+};
+
+}  // namespace platform

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QFont>
+#include <QString>
+
+namespace platform {
+
+/// The font a platform font name names at size points, such as
+/// "HelveticaNeue-Light" or "HelveticaNeue-THIN": the family part is matched
+/// against the installed families ignoring spaces and case ("HelveticaNeue"
+/// finds "Helvetica Neue"), and the style part (case-insensitive: Thin,
+/// UltraLight, Light, Regular, Medium, Semibold, Bold, Heavy, Black, with
+/// an optional Italic) sets weight and slant. A family that is not installed
+/// falls back to the default sans-serif family with the same weight, so text
+/// keeps its intended lightness. Sizes are points of the view coordinates
+/// (pixel sizes of Qt), rounded to whole points.
+QFont fontWithName(const QString& name, double size);
+
+/// The system font (regular weight) at size points.
+QFont systemFont(double size);
+
+/// The bold system font at size points.
+QFont boldSystemFont(double size);
+
+}  // namespace platform

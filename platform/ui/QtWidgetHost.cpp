@@ -1,0 +1,91 @@
+#include "platform/ui/QtWidgetHost.h"
+
+#include "platform/ui/Window.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QTouchEvent>
+#include <QWindow>
+
+namespace platform {
+
+QtWidgetHost::QtWidgetHost(std::shared_ptr<Window> window, QWidget* parent)
+    : QWidget(parent), _bridge(std::move(window), [this] { update(); }) {
+    setAttribute(Qt::WA_AcceptTouchEvents);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+}
+
+QtWidgetHost::~QtWidgetHost() {
+    QObject::disconnect(_screenChanges);
+}
+
+QSize QtWidgetHost::sizeHint() const {
+    return hostedWindow()->bounds().size().toSize();
+}
+
+void QtWidgetHost::syncSize() {
+    _bridge.setSize(size());
+}
+
+QImage QtWidgetHost::renderImage() {
+    syncSize();
+    return _bridge.render(devicePixelRatioF());
+}
+
+void QtWidgetHost::followTopLevelScreen() {
+    QWindow* handle = window()->windowHandle();
+    QObject::disconnect(_screenChanges);
+    if (handle != nullptr) {
+        _screenChanges = connect(handle, &QWindow::screenChanged, this,
+                                 [this](QScreen* screen) { _environment.follow(screen); });
+    }
+    _environment.follow(screen());
+}
+
+bool QtWidgetHost::event(QEvent* event) {
+    switch (event->type()) {
+        case QEvent::TouchBegin:
+        case QEvent::TouchUpdate:
+        case QEvent::TouchEnd:
+        case QEvent::TouchCancel:
+            syncSize();
+            event->setAccepted(_bridge.touchEvent(*static_cast<QTouchEvent*>(event)));
+            return true;
+        default:
+            return QWidget::event(event);
+    }
+}
+
+void QtWidgetHost::paintEvent(QPaintEvent* /*event*/) {
+    syncSize();
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    _bridge.paint(painter);
+}
+
+void QtWidgetHost::resizeEvent(QResizeEvent* /*event*/) {
+    syncSize();
+}
+
+void QtWidgetHost::showEvent(QShowEvent* /*event*/) {
+    syncSize();
+    followTopLevelScreen();
+    if (!hostedWindow()->isVisible()) {
+        hostedWindow()->makeKeyAndVisible();
+    }
+}
+
+void QtWidgetHost::mousePressEvent(QMouseEvent* event) {
+    syncSize();
+    event->setAccepted(_bridge.mouseEvent(*event));
+}
+
+void QtWidgetHost::mouseMoveEvent(QMouseEvent* event) {
+    event->setAccepted(_bridge.mouseEvent(*event));
+}
+
+void QtWidgetHost::mouseReleaseEvent(QMouseEvent* event) {
+    event->setAccepted(_bridge.mouseEvent(*event));
+}
+
+}  // namespace platform

@@ -1,0 +1,65 @@
+#include "platform/ui/QtWindowHost.h"
+
+#include "platform/ui/Window.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QTouchEvent>
+
+namespace platform {
+
+QtWindowHost::QtWindowHost(std::shared_ptr<platform::Window> window, QWindow* parent)
+    : QRasterWindow(parent), _bridge(std::move(window), [this] { update(); }) {
+    connect(this, &QWindow::screenChanged, this,
+            [this](QScreen* screen) { _environment.follow(screen); });
+    _environment.follow(screen());
+}
+
+QtWindowHost::~QtWindowHost() = default;
+
+void QtWindowHost::syncSize() {
+    _bridge.setSize(size());
+}
+
+QImage QtWindowHost::renderImage() {
+    syncSize();
+    return _bridge.render(devicePixelRatio());
+}
+
+void QtWindowHost::paintEvent(QPaintEvent* /*event*/) {
+    syncSize();
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    _bridge.paint(painter);
+}
+
+void QtWindowHost::resizeEvent(QResizeEvent* /*event*/) {
+    syncSize();
+}
+
+void QtWindowHost::showEvent(QShowEvent* /*event*/) {
+    syncSize();
+    if (!hostedWindow()->isVisible()) {
+        hostedWindow()->makeKeyAndVisible();
+    }
+}
+
+void QtWindowHost::mousePressEvent(QMouseEvent* event) {
+    syncSize();
+    event->setAccepted(_bridge.mouseEvent(*event));
+}
+
+void QtWindowHost::mouseMoveEvent(QMouseEvent* event) {
+    event->setAccepted(_bridge.mouseEvent(*event));
+}
+
+void QtWindowHost::mouseReleaseEvent(QMouseEvent* event) {
+    event->setAccepted(_bridge.mouseEvent(*event));
+}
+
+void QtWindowHost::touchEvent(QTouchEvent* event) {
+    syncSize();
+    event->setAccepted(_bridge.touchEvent(*event));
+}
+
+}  // namespace platform

@@ -1,0 +1,649 @@
+#include "platform/ui/View.h"
+
+#include "platform/graphics/AffineTransform.h"
+#include "platform/layers/Transaction.h"
+#include "platform/ui/GestureRecognizer.h"
+#include "platform/ui/LayoutEngine.h"
+#include "platform/ui/ViewAnimation.h"
+#include "platform/ui/ViewController.h"
+#include "platform/ui/Window.h"
+
+#include <QPainter>
+
+#include <algorithm>
+#include <cmath>
+
+namespace platform {
+namespace {
+
+// The mapping from a view's bounds coordinates to its superview's, from the
+// layer's model geometry: the anchor point sits at the position, and the
+// transform turns and scales about it.
+QTransform toSuperview(const Layer& layer) {
+    const LayerState& s = layer.modelState();
+    const QPointF anchor(s.anchorPoint.x() * s.bounds.width(),
+                         s.anchorPoint.y() * s.bounds.height());
+    return QTransform::fromTranslate(-s.bounds.x() - anchor.x(), -s.bounds.y() - anchor.y()) *
+           s.transform * QTransform::fromTranslate(s.position.x(), s.position.y());
+}
+
+// From a view's bounds coordinates to the coordinates of the root of its tree.
+QTransform toRoot(const View* view) {
+    QTransform t;
+    for (const View* v = view; v != nullptr && v->superview(); v = v->superview().get()) {
+        t = t * toSuperview(*v->layer());
+    }
+    return t;
+}
+
+// New frame of a subview whose superview went from oldSize to newSize,
+// following its autoresizing mask: the flexible parts share the change in
+// proportion to their current sizes.
+QRectF autoresized(const QRectF& frame, unsigned mask, const QSizeF& oldSize,
+                   const QSizeF& newSize) {
+    auto axis = [](double origin, double size, double oldTotal, double newTotal, bool flexStart,
+                   bool flexSize, bool flexEnd) {
+        const double delta = newTotal - oldTotal;
+        const double end = oldTotal - origin - size;
+        double parts = 0.0;
+        parts += flexStart ? origin : 0.0;
+        parts += flexSize ? size : 0.0;
+        parts += flexEnd ? end : 0.0;
+        const int flexCount = int(flexStart) + int(flexSize) + int(flexEnd);
+        if (flexCount == 0) {
+            return std::pair{origin, size};
+        }
+        auto share = [&](bool flexible, double part) {
+            if (!flexible) {
+                return 0.0;
+            }
+            return parts > 0.0 ? delta * part / parts : delta / flexCount;
+        };
+        return std::pair{origin + share(flexStart, origin), size + share(flexSize, size)};
+    };
+    using namespace autoresizing;
+    const auto [x, w] = axis(frame.x(), frame.width(), oldSize.width(), newSize.width(),
+                             mask & kFlexibleLeftMargin, mask & kFlexibleWidth,
+                             mask & kFlexibleRightMargin);
+    const auto [y, h] = axis(frame.y(), frame.height(), oldSize.height(), newSize.height(),
+                             mask & kFlexibleTopMargin, mask & kFlexibleHeight,
+                             mask & kFlexibleBottomMargin);
+    return {x, y, w, h};
+}
+
+}  // namespace
+
+QPointF Touch::locationInView(const View* target) const {
+    if (target == nullptr) {
+        return locationInWindow;
+    }
+    return target->convertPointFromView(locationInWindow, nullptr);
+}
+
+ViewPtr View::create(const QRectF& frame) { return make<View>(frame); }
+
+View::View(const QRectF& frame) : _initialFrame(frame) {}
+
+View::~View() {
+    if (_layer) {
+        _layer->setDelegate({});
+    }
+}
+
+void View::didCreate() {
+    _layer = makeBackingLayer();
+    _layer->setDelegate(std::weak_ptr<LayerDelegate>(
+        std::static_pointer_cast<LayerDelegate>(shared_from_this())));
+    Transaction::Scope quiet(true);
+    _layer->setFrame(_initialFrame);
+}
+
+LayerPtr View::makeBackingLayer() { return Layer::create(); }
+
+// --- Geometry and appearance ------------------------------------------------
+
+QRectF View::frame() const { return _layer->frame(); }
+
+void View::setFrame(const QRectF& frame) {
+    const QSizeF oldSize = bounds().size();
+    _layer->setFrame(frame);
+    LayoutEngine::noteChange(*this);
+    if (bounds().size() != oldSize) {
+        setNeedsLayout();
+        if (_autoresizesSubviews) {
+            for (const ViewPtr& subview : _subviews) {
+                if (subview->_translatesMask && subview->_autoresizingMask != 0) {
+                    subview->setFrame(autoresized(subview->frame(), subview->_autoresizingMask,
+                                                  oldSize, bounds().size()));
+                }
+            }
+        }
+    }
+    if (auto parent = superview()) {
+        parent->setNeedsLayout();
+    }
+}
+
+QRectF View::bounds() const { return _layer->bounds(); }
+
+void View::setBounds(const QRectF& bounds) {
+    const QRectF old = this->bounds();
+    if (old == bounds) {
+        return;
+    }
+    _layer->setBounds(bounds);
+    LayoutEngine::noteChange(*this);
+    if (old.size() != bounds.size()) {
+        setNeedsLayout();
+        if (_autoresizesSubviews) {
+            for (const ViewPtr& subview : _subviews) {
+                if (subview->_translatesMask && subview->_autoresizingMask != 0) {
+                    subview->setFrame(autoresized(subview->frame(), subview->_autoresizingMask,
+                                                  old.size(), bounds.size()));
+                }
+            }
+        }
+    }
+}
+
+QPointF View::center() const { return _layer->position(); }
+
+void View::setCenter(const QPointF& center) {
+    _layer->setPosition(center);
+    LayoutEngine::noteChange(*this);
+}
+
+QTransform View::transform() const { return _layer->affineTransform(); }
+
+void View::setTransform(const QTransform& transform) { _layer->setAffineTransform(transform); }
+
+double View::alpha() const { return _layer->opacity(); }
+
+void View::setAlpha(double alpha) { _layer->setOpacity(std::clamp(alpha, 0.0, 1.0)); }
+
+bool View::isHidden() const { return _layer->isHidden(); }
+
+void View::setHidden(bool hidden) { _layer->setHidden(hidden); }
+
+QColor View::backgroundColor() const { return _layer->backgroundColor(); }
+
+void View::setBackgroundColor(const QColor& color) { _layer->setBackgroundColor(color); }
+
+bool View::clipsToBounds() const { return _layer->masksToBounds(); }
+
+void View::setClipsToBounds(bool clips) { _layer->setMasksToBounds(clips); }
+
+void View::setContentMode(ContentMode mode) {
+    _contentMode = mode;
+    setNeedsDisplay();
+}
+
+// --- Hierarchy ----------------------------------------------------------------
+
+void View::addSubview(const ViewPtr& view) { insertSubview(view, _subviews.size()); }
+
+void View::insertSubview(const ViewPtr& view, std::size_t index) {
+    if (!view || view.get() == this) {
+        return;
+    }
+    const bool sameParent = view->superview().get() == this;
+    if (sameParent) {
+        auto it = std::find(_subviews.begin(), _subviews.end(), view);
+        const auto current = static_cast<std::size_t>(it - _subviews.begin());
+        _subviews.erase(it);
+        if (index > current) {
+            --index;
+        }
+    } else {
+        view->willMoveToSuperview(this);
+        view->detachFromSuperview(_window.lock());
+    }
+    index = std::min(index, _subviews.size());
+    _subviews.insert(_subviews.begin() + static_cast<std::ptrdiff_t>(index), view);
+    // Sublayers of views keep the views' order; other sublayers stay where
+    // they are relative to them.
+    const Layer* above = index + 1 < _subviews.size() ? _subviews[index + 1]->layer().get() : nullptr;
+    if (above != nullptr) {
+        _layer->insertSublayerBelow(view->layer(), above);
+    } else {
+        _layer->addSublayer(view->layer());
+    }
+    view->_superview = weak_from_this();
+    if (!sameParent) {
+        const auto oldWindow = view->_window.lock();
+        view->_window = _window;
+        if (oldWindow != _window.lock()) {
+            // The whole subtree knows its window before anyone hears of the
+            // move, as it does when leaving one.
+            std::function<void(View&)> attach = [&](View& v) {
+                v._window = _window;
+                for (const ViewPtr& s : v._subviews) {
+                    attach(*s);
+                }
+            };
+            attach(*view);
+            view->didMoveToWindow();
+        }
+        view->didMoveToSuperview();
+    }
+    setNeedsLayout();
+    if (auto host = window()) {
+        host->layoutEngine().setNeedsSolve();
+    }
+}
+
+void View::insertSubviewAbove(const ViewPtr& view, const View* sibling) {
+    auto it = std::find_if(_subviews.begin(), _subviews.end(),
+                           [sibling](const ViewPtr& v) { return v.get() == sibling; });
+    const auto index = it == _subviews.end() ? _subviews.size()
+                                             : static_cast<std::size_t>(it - _subviews.begin()) + 1;
+    insertSubview(view, index);
+}
+
+void View::insertSubviewBelow(const ViewPtr& view, const View* sibling) {
+    auto it = std::find_if(_subviews.begin(), _subviews.end(),
+                           [sibling](const ViewPtr& v) { return v.get() == sibling; });
+    const auto index =
+        it == _subviews.end() ? 0 : static_cast<std::size_t>(it - _subviews.begin());
+    insertSubview(view, index);
+}
+
+void View::removeFromSuperview() {
+    if (!superview()) {
+        return;
+    }
+    willMoveToSuperview(nullptr);
+    detachFromSuperview(nullptr);
+    didMoveToSuperview();
+}
+
+void View::detachFromSuperview(const std::shared_ptr<Window>& nextWindow) {
+    auto parent = superview();
+    if (!parent) {
+        return;
+    }
+    auto self = shared_from_this();
+    std::erase(parent->_subviews, self);
+    _layer->removeFromSuperlayer();
+    // Constraints held by former ancestors that mention this subtree go with it.
+    for (View* ancestor = parent.get(); ancestor != nullptr; ancestor = ancestor->superview().get()) {
+        std::erase_if(ancestor->_constraints, [this](const LayoutConstraintPtr& c) {
+            auto first = c->firstItem();
+            auto second = c->secondItem();
+            const bool involves = (first && (first.get() == this || first->isDescendantOfView(this))) ||
+                                  (second && (second.get() == this || second->isDescendantOfView(this)));
+            if (involves) {
+                c->_owner.reset();
+            }
+            return involves;
+        });
+    }
+    _superview.reset();
+    const auto oldWindow = _window.lock();
+    if (oldWindow) {
+        oldWindow->layoutEngine().setNeedsSolve();
+    }
+    if (oldWindow != nextWindow) {
+        std::function<void(View&)> detach = [&](View& v) {
+            v._window.reset();
+            for (const ViewPtr& s : v._subviews) {
+                detach(*s);
+            }
+        };
+        detach(*this);
+        if (oldWindow) {
+            didMoveToWindow();
+        }
+    }
+    parent->setNeedsLayout();
+}
+
+void View::bringSubviewToFront(const View* view) {
+    auto it = std::find_if(_subviews.begin(), _subviews.end(),
+                           [view](const ViewPtr& v) { return v.get() == view; });
+    if (it == _subviews.end()) {
+        return;
+    }
+    ViewPtr moved = *it;
+    _subviews.erase(it);
+    _subviews.push_back(moved);
+    _layer->addSublayer(moved->layer());
+}
+
+void View::sendSubviewToBack(const View* view) {
+    auto it = std::find_if(_subviews.begin(), _subviews.end(),
+                           [view](const ViewPtr& v) { return v.get() == view; });
+    if (it == _subviews.end()) {
+        return;
+    }
+    ViewPtr moved = *it;
+    _subviews.erase(it);
+    _subviews.insert(_subviews.begin(), moved);
+    _layer->insertSublayer(moved->layer(), 0);
+}
+
+bool View::isDescendantOfView(const View* view) const {
+    for (const View* v = this; v != nullptr; v = v->superview().get()) {
+        if (v == view) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::shared_ptr<Window> View::window() const { return _window.lock(); }
+
+ViewPtr View::viewWithTag(int tag) {
+    if (_tag == tag) {
+        return shared_from_this();
+    }
+    for (const ViewPtr& subview : _subviews) {
+        if (auto found = subview->viewWithTag(tag)) {
+            return found;
+        }
+    }
+    return nullptr;
+}
+
+void View::willMoveToSuperview(const View* /*newSuperview*/) {}
+void View::didMoveToSuperview() {}
+
+void View::didMoveToWindow() {
+    if (auto controller = _viewController.lock()) {
+        auto host = _window.lock();
+        controller->viewDidMoveToWindow(host && host->isVisible());
+    }
+    for (const ViewPtr& subview : _subviews) {
+        subview->_window = _window;
+        subview->didMoveToWindow();
+    }
+}
+
+// --- Constraints --------------------------------------------------------------
+
+void View::setAutoresizingMask(unsigned mask) { _autoresizingMask = mask; }
+
+void View::setTranslatesAutoresizingMaskIntoConstraints(bool translates) {
+    _translatesMask = translates;
+    setNeedsUpdateConstraints();
+}
+
+void View::addConstraint(const LayoutConstraintPtr& constraint) {
+    if (!constraint || std::find(_constraints.begin(), _constraints.end(), constraint) !=
+                           _constraints.end()) {
+        return;
+    }
+    if (auto previous = constraint->owner(); previous && previous.get() != this) {
+        previous->removeConstraint(constraint);
+    }
+    constraint->_owner = weak_from_this();
+    _constraints.push_back(constraint);
+    setNeedsUpdateConstraints();
+}
+
+void View::addConstraints(const std::vector<LayoutConstraintPtr>& constraints) {
+    for (const auto& c : constraints) {
+        addConstraint(c);
+    }
+}
+
+void View::removeConstraint(const LayoutConstraintPtr& constraint) {
+    auto it = std::find(_constraints.begin(), _constraints.end(), constraint);
+    if (it == _constraints.end()) {
+        return;
+    }
+    (*it)->_owner.reset();
+    _constraints.erase(it);
+    setNeedsUpdateConstraints();
+}
+
+void View::removeConstraints(const std::vector<LayoutConstraintPtr>& constraints) {
+    for (const auto& c : constraints) {
+        removeConstraint(c);
+    }
+}
+
+void View::setNeedsUpdateConstraints() {
+    _needsUpdateConstraints = true;
+    LayoutEngine::noteChange(*this);
+    setNeedsLayout();
+}
+
+void View::updateConstraintsIfNeeded() {
+    std::function<void(View&)> update = [&](View& v) {
+        for (const ViewPtr& s : v._subviews) {
+            update(*s);
+        }
+        if (v._needsUpdateConstraints) {
+            v.updateConstraints();
+        }
+    };
+    update(*this);
+}
+
+void View::updateConstraints() { _needsUpdateConstraints = false; }
+
+QSizeF View::intrinsicContentSize() const { return {kNoIntrinsicMetric, kNoIntrinsicMetric}; }
+
+void View::invalidateIntrinsicContentSize() { setNeedsUpdateConstraints(); }
+
+float View::contentHuggingPriority(LayoutAxis axis) const { return _hugging[int(axis)]; }
+
+void View::setContentHuggingPriority(float priority, LayoutAxis axis) {
+    _hugging[int(axis)] = priority;
+    setNeedsUpdateConstraints();
+}
+
+float View::contentCompressionResistancePriority(LayoutAxis axis) const {
+    return _compression[int(axis)];
+}
+
+void View::setContentCompressionResistancePriority(float priority, LayoutAxis axis) {
+    _compression[int(axis)] = priority;
+    setNeedsUpdateConstraints();
+}
+
+// --- Layout -------------------------------------------------------------------
+
+void View::setNeedsLayout() {
+    if (_needsLayout) {
+        return;
+    }
+    _needsLayout = true;
+    _layer->setNeedsLayout();
+}
+
+void View::layoutIfNeeded() {
+    // Layout runs from the root of the tree so that constraints between any
+    // two views in it are solved together; only views that need layout (and
+    // their subtrees, whose frames may follow) are visited.
+    View* root = this;
+    while (auto parent = root->superview()) {
+        root = parent.get();
+    }
+    LayoutEngine::layout(*root);
+}
+
+void View::layoutSubviews() { LayoutEngine::applyFrames(*this); }
+
+void View::sizeToFit() {
+    const QSizeF size = sizeThatFits(bounds().size());
+    QRectF f = frame();
+    f.setSize(size);
+    setFrame(f);
+}
+
+QSizeF View::sizeThatFits(const QSizeF& size) const {
+    const QSizeF intrinsic = intrinsicContentSize();
+    return {intrinsic.width() >= 0 ? intrinsic.width() : size.width(),
+            intrinsic.height() >= 0 ? intrinsic.height() : size.height()};
+}
+
+// --- Drawing ------------------------------------------------------------------
+
+void View::setNeedsDisplay() {
+    if (drawsContent()) {
+        _layer->setNeedsDisplay();
+    }
+}
+
+void View::drawRect(QPainter& /*context*/, const QRectF& /*rect*/) {}
+
+void View::drawLayer(Layer& /*layer*/, QPainter& context) { drawRect(context, bounds()); }
+
+void View::layoutSublayersOfLayer(Layer& /*layer*/) {}
+
+bool View::layerDrawsContent(const Layer& /*layer*/) const { return drawsContent(); }
+
+std::optional<std::shared_ptr<Animation>> View::actionForLayer(Layer& layer, const QString& key) {
+    // A view's layer animates only inside animation blocks.
+    return ViewAnimationBlock::actionFor(layer, key, QVariant());
+}
+
+// --- Interaction ----------------------------------------------------------------
+
+void View::addGestureRecognizer(const std::shared_ptr<GestureRecognizer>& recognizer) {
+    if (!recognizer) {
+        return;
+    }
+    if (auto previous = recognizer->view(); previous && previous.get() != this) {
+        previous->removeGestureRecognizer(recognizer.get());
+    }
+    if (std::find(_gestureRecognizers.begin(), _gestureRecognizers.end(), recognizer) ==
+        _gestureRecognizers.end()) {
+        _gestureRecognizers.push_back(recognizer);
+        recognizer->attachToView(weak_from_this());
+    }
+}
+
+void View::removeGestureRecognizer(const GestureRecognizer* recognizer) {
+    auto it = std::find_if(_gestureRecognizers.begin(), _gestureRecognizers.end(),
+                           [recognizer](const auto& r) { return r.get() == recognizer; });
+    if (it != _gestureRecognizers.end()) {
+        (*it)->attachToView({});
+        _gestureRecognizers.erase(it);
+    }
+}
+
+ViewPtr View::hitTest(const QPointF& point) {
+    if (isHidden() || !_userInteractionEnabled || alpha() < 0.01 || !pointInside(point)) {
+        return nullptr;
+    }
+    for (auto it = _subviews.rbegin(); it != _subviews.rend(); ++it) {
+        const QPointF local = convertPointToView(point, it->get());
+        if (auto hit = (*it)->hitTest(local)) {
+            return hit;
+        }
+    }
+    return shared_from_this();
+}
+
+bool View::pointInside(const QPointF& point) const { return rect::contains(bounds(), point); }
+
+bool View::gestureRecognizerShouldBegin(const GestureRecognizer& /*recognizer*/) const {
+    return true;
+}
+
+QPointF View::convertPointToView(const QPointF& point, const View* view) const {
+    const QPointF inRoot = toRoot(this).map(point);
+    if (view == nullptr) {
+        return inRoot;
+    }
+    return toRoot(view).inverted().map(inRoot);
+}
+
+QPointF View::convertPointFromView(const QPointF& point, const View* view) const {
+    const QPointF inRoot = view == nullptr ? point : toRoot(view).map(point);
+    return toRoot(this).inverted().map(inRoot);
+}
+
+QRectF View::convertRectToView(const QRectF& rect, const View* view) const {
+    const QTransform t = view == nullptr ? toRoot(this) : toRoot(this) * toRoot(view).inverted();
+    return affine::apply(rect, t);
+}
+
+void View::touchesBegan(const std::vector<Touch>& touches) {
+    if (auto parent = superview()) {
+        parent->touchesBegan(touches);
+    }
+}
+
+void View::touchesMoved(const std::vector<Touch>& touches) {
+    if (auto parent = superview()) {
+        parent->touchesMoved(touches);
+    }
+}
+
+void View::touchesEnded(const std::vector<Touch>& touches) {
+    if (auto parent = superview()) {
+        parent->touchesEnded(touches);
+    }
+}
+
+void View::touchesCancelled(const std::vector<Touch>& touches) {
+    if (auto parent = superview()) {
+        parent->touchesCancelled(touches);
+    }
+}
+
+// --- Animations -----------------------------------------------------------------
+
+void View::animate(double duration, const Animations& animations, Completion completion) {
+    animate(duration, 0.0, animation_options::kCurveEaseInOut, animations, std::move(completion));
+}
+
+void View::animate(double duration, double delay, unsigned options, const Animations& animations,
+                   Completion completion) {
+    ViewAnimationBlock::Parameters p;
+    p.duration = duration;
+    p.delay = delay;
+    p.options = options;
+    ViewAnimationBlock::run(p, animations, std::move(completion));
+}
+
+void View::animateWithSpring(double duration, double delay, double dampingRatio,
+                             double initialVelocity, unsigned options,
+                             const Animations& animations, Completion completion) {
+    ViewAnimationBlock::Parameters p;
+    p.duration = duration;
+    p.delay = delay;
+    p.options = options;
+    p.spring = true;
+    p.dampingRatio = dampingRatio;
+    p.initialVelocity = initialVelocity;
+    ViewAnimationBlock::run(p, animations, std::move(completion));
+}
+
+void View::performWithoutAnimation(const Animations& changes) {
+    ViewAnimationBlock::runWithoutAnimation(changes);
+}
+
+bool View::areAnimationsEnabled() { return true; }
+
+// --- Debugging ------------------------------------------------------------------
+
+QString View::typeName() const { return QStringLiteral("View"); }
+
+QString View::dump() const {
+    QString out;
+    std::function<void(const View&, int)> line = [&](const View& v, int depth) {
+        const QRectF f = v.frame();
+        out += QString(depth * 2, u' ') +
+               QStringLiteral("%1 frame=(%2 %3; %4 %5)%6%7%8\n")
+                   .arg(v.typeName())
+                   .arg(f.x())
+                   .arg(f.y())
+                   .arg(f.width())
+                   .arg(f.height())
+                   .arg(v.isHidden() ? QStringLiteral(" hidden") : QString())
+                   .arg(v.alpha() < 1.0 ? QStringLiteral(" alpha=%1").arg(v.alpha()) : QString())
+                   .arg(v._translatesMask ? QString() : QStringLiteral(" constrained"));
+        for (const ViewPtr& s : v._subviews) {
+            line(*s, depth + 1);
+        }
+    };
+    line(*this, 0);
+    return out;
+}
+
+}  // namespace platform

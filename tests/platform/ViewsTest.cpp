@@ -1,0 +1,247 @@
+#include "platform/foundation/RunLoop.h"
+#include "platform/layout/VisualFormat.h"
+#include "platform/layers/Transaction.h"
+#include "platform/ui/LayoutConstraint.h"
+#include "platform/ui/View.h"
+#include "platform/ui/Window.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using platform::LayoutAttribute;
+using platform::LayoutConstraint;
+using platform::LayoutRelation;
+using platform::View;
+using platform::ViewPtr;
+using platform::Window;
+
+constexpr LayoutRelation kEq = LayoutRelation::Equal;
+constexpr LayoutAttribute kNone = LayoutAttribute::NotAnAttribute;
+
+ViewPtr constrainedView(const ViewPtr& parent) {
+    auto view = View::create();
+    view->setTranslatesAutoresizingMaskIntoConstraints(false);
+    parent->addSubview(view);
+    return view;
+}
+
+std::shared_ptr<LayoutConstraint> pin(const ViewPtr& a, LayoutAttribute attribute, const ViewPtr& b,
+                                      LayoutAttribute other, double constant = 0.0,
+                                      LayoutRelation relation = kEq) {
+    return LayoutConstraint::create(a, attribute, relation, b, other, 1.0, constant);
+}
+
+std::shared_ptr<LayoutConstraint> size(const ViewPtr& a, LayoutAttribute attribute, double value,
+                                       LayoutRelation relation = kEq) {
+    return LayoutConstraint::create(a, attribute, relation, nullptr, kNone, 1.0, value);
+}
+
+class ViewsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        platform::RunLoop::main().useManualClock();
+        window = Window::create({0, 0, 375, 667});
+        window->makeKeyAndVisible();
+    }
+
+    std::shared_ptr<Window> window;
+};
+
+TEST_F(ViewsTest, ScreenOfBarsAndButtonsLaysOutAsComputedByHand) {
+    using A = LayoutAttribute;
+    auto top = constrainedView(window);
+    auto bottom = constrainedView(window);
+    auto shutter = constrainedView(bottom);
+    auto help = constrainedView(bottom);
+    window->addConstraints({
+        pin(top, A::Leading, window, A::Leading),
+        pin(top, A::Trailing, window, A::Trailing),
+        pin(top, A::Top, window, A::Top),
+        size(top, A::Height, 60),
+        pin(bottom, A::Leading, window, A::Leading),
+        pin(bottom, A::Trailing, window, A::Trailing),
+        pin(bottom, A::Bottom, window, A::Bottom),
+        size(bottom, A::Height, 100),
+    });
+    bottom->addConstraints({
+        pin(shutter, A::CenterX, bottom, A::CenterX),
+        pin(shutter, A::CenterY, bottom, A::CenterY),
+        size(shutter, A::Width, 66),
+        pin(shutter, A::Height, shutter, A::Width),
+        pin(help, A::Trailing, bottom, A::Trailing, -20),
+        pin(help, A::CenterY, shutter, A::CenterY),
+        size(help, A::Width, 32),
+        size(help, A::Height, 32),
+    });
+    window->layoutIfNeeded();
+
+    EXPECT_EQ(top->frame(), QRectF(0, 0, 375, 60));
+    EXPECT_EQ(bottom->frame(), QRectF(0, 567, 375, 100));
+    EXPECT_EQ(shutter->frame(), QRectF(154.5, 17, 66, 66)) << "centred in the bar";
+    EXPECT_EQ(help->frame(), QRectF(323, 34, 32, 32));
+
+    // A changed constant takes effect at the next pass.
+    bottom->constraints()[4]->setConstant(-40);
+    window->layoutIfNeeded();
+    EXPECT_EQ(help->frame().x(), 303);
+
+    // The window grows: the bars follow.
+    window->setFrame({0, 0, 667, 375});
+    window->layoutIfNeeded();
+    EXPECT_EQ(bottom->frame(), QRectF(0, 275, 667, 100));
+    EXPECT_EQ(shutter->frame().x(), (667 - 66) / 2.0);
+}
+
+TEST_F(ViewsTest, PrioritiesDecideConflictsAndIntrinsicSizesHugAndResist) {
+    using A = LayoutAttribute;
+    auto box = constrainedView(window);
+    window->addConstraints({pin(box, A::Left, window, A::Left, 10),
+                            pin(box, A::Top, window, A::Top, 10), size(box, A::Height, 20)});
+    auto preferred = size(box, A::Width, 100);
+    preferred->setPriority(750);
+    auto weak = size(box, A::Width, 50);
+    weak->setPriority(250);
+    window->addConstraints({preferred, weak});
+    window->layoutIfNeeded();
+    EXPECT_EQ(box->frame().width(), 100) << "750 beats 250";
+
+    window->addConstraint(size(box, A::Width, 80, LayoutRelation::LessThanOrEqual));
+    window->layoutIfNeeded();
+    EXPECT_EQ(box->frame().width(), 80) << "a required limit beats 750";
+}
+
+TEST_F(ViewsTest, VisualFormatsBuildConstraintsIncludingTheCentringTrick) {
+    namespace fo = platform::format_options;
+    auto container = View::create({0, 0, 200, 100});
+    window->addSubview(container);
+    auto label = constrainedView(container);
+    const std::map<QString, ViewPtr> views{{"container", container}, {"label", label}};
+    window->addConstraints(LayoutConstraint::constraintsWithVisualFormat(
+        "H:[container]-(<=1)-[label(==50)]", fo::kAlignAllCenterY, {}, views));
+    window->addConstraints(LayoutConstraint::constraintsWithVisualFormat(
+        "V:[container]-(<=1)-[label(==20.000000)]", fo::kAlignAllCenterX, {}, views));
+
+    auto banner = constrainedView(window);
+    const std::map<QString, ViewPtr> named{{"banner", banner}};
+    window->addConstraints(
+        LayoutConstraint::constraintsWithVisualFormat("H:|-20-[banner]-20-|", 0, {}, named));
+    window->addConstraints(
+        LayoutConstraint::constraintsWithVisualFormat("V:|-40-[banner(==60)]", 0, {}, named));
+    window->layoutIfNeeded();
+
+    EXPECT_EQ(label->frame(), QRectF(75, 40, 50, 20)) << "centred in the container";
+    EXPECT_EQ(banner->frame(), QRectF(20, 40, 335, 60));
+    EXPECT_THROW(LayoutConstraint::constraintsWithVisualFormat("H:|-[banner", 0, {}, named),
+                 platform::layout::VisualFormatError);
+    EXPECT_THROW(LayoutConstraint::constraintsWithVisualFormat("H:|-[ghost]-|", 0, {}, named),
+                 platform::layout::VisualFormatError);
+}
+
+TEST_F(ViewsTest, AutoresizingMasksFollowTheSuperview) {
+    namespace ar = platform::autoresizing;
+    auto container = View::create({0, 0, 200, 100});
+    window->addSubview(container);
+    auto stretch = View::create({10, 10, 180, 20});
+    stretch->setAutoresizingMask(ar::kFlexibleWidth);
+    auto docked = View::create({0, 80, 200, 20});
+    docked->setAutoresizingMask(ar::kFlexibleTopMargin | ar::kFlexibleWidth);
+    container->addSubview(stretch);
+    container->addSubview(docked);
+
+    container->setFrame({0, 0, 300, 150});
+    EXPECT_EQ(stretch->frame(), QRectF(10, 10, 280, 20));
+    EXPECT_EQ(docked->frame(), QRectF(0, 130, 300, 20)) << "stays docked at the bottom";
+}
+
+TEST_F(ViewsTest, BlockAnimationsCompleteWithFinishedFlags) {
+    auto view = View::create({0, 0, 50, 50});
+    window->addSubview(view);
+    std::vector<bool> results;
+
+    View::animate(0.3, [&] { view->setAlpha(0.0); }, [&](bool finished) { results.push_back(finished); });
+    EXPECT_EQ(view->alpha(), 0.0) << "the model changes at once";
+    platform::RunLoop::main().advance(0.15);
+    EXPECT_NEAR(view->layer()->presentationState().opacity, 0.5, 0.1);
+    EXPECT_TRUE(results.empty());
+    platform::RunLoop::main().advance(0.2);
+    ASSERT_EQ(results, std::vector<bool>{true});
+
+    // A second animation of the same property interrupts the first.
+    results.clear();
+    View::animate(1.0, [&] { view->setCenter({200, 200}); },
+                  [&](bool finished) { results.push_back(finished); });
+    platform::RunLoop::main().advance(0.1);
+    View::animate(0.2, [&] { view->setCenter({10, 10}); },
+                  [&](bool finished) { results.push_back(finished); });
+    platform::RunLoop::main().advance(1.5);
+    ASSERT_EQ(results.size(), 2u);
+    EXPECT_FALSE(results[0]) << "interrupted";
+    EXPECT_TRUE(results[1]);
+
+    // A block that changes nothing still completes, on the next turn.
+    results.clear();
+    View::animate(0.3, [] {}, [&](bool finished) { results.push_back(finished); });
+    EXPECT_TRUE(results.empty());
+    platform::RunLoop::main().runPending();
+    EXPECT_EQ(results, std::vector<bool>{true});
+}
+
+TEST_F(ViewsTest, SpringAnimatedConstraintConstantMovesTheView) {
+    using A = LayoutAttribute;
+    auto knob = constrainedView(window);
+    auto left = pin(knob, A::Left, window, A::Left, 0);
+    window->addConstraints({left, pin(knob, A::Top, window, A::Top, 100), size(knob, A::Width, 40),
+                            size(knob, A::Height, 40)});
+    window->layoutIfNeeded();
+    ASSERT_EQ(knob->frame().x(), 0);
+
+    bool done = false;
+    left->setConstant(200);
+    View::animateWithSpring(0.5, 0.0, 0.5, 0.0, 0, [&] { window->layoutIfNeeded(); },
+                            [&](bool finished) { done = finished; });
+    EXPECT_EQ(knob->frame().x(), 200) << "the model frame is the solved one";
+
+    auto shownX = [&] {
+        const auto state = knob->layer()->presentationState();
+        return state.position.x() - state.bounds.width() / 2;
+    };
+    platform::RunLoop::main().advance(0.05);
+    const double early = shownX();
+    EXPECT_GT(early, 0);
+    EXPECT_LT(early, 200);
+    double peak = early;
+    for (int i = 0; i < 20; ++i) {
+        platform::RunLoop::main().advance(0.02);
+        peak = std::max(peak, shownX());
+    }
+    EXPECT_GT(peak, 200) << "an under-damped spring overshoots";
+    platform::RunLoop::main().advance(1.0);
+    EXPECT_NEAR(shownX(), 200, 0.5);
+    EXPECT_TRUE(done);
+}
+
+TEST_F(ViewsTest, HitTestingAndPointConversionFollowTransforms) {
+    auto panel = View::create({100, 100, 100, 50});
+    window->addSubview(panel);
+    auto child = View::create({10, 10, 20, 20});
+    panel->addSubview(child);
+
+    EXPECT_EQ(window->hitTest({115, 115}), child);
+    EXPECT_EQ(window->hitTest({150, 140}), panel);
+    EXPECT_EQ(window->hitTest({200, 120}), window) << "the far edge is outside the panel";
+    child->setUserInteractionEnabled(false);
+    EXPECT_EQ(window->hitTest({115, 115}), panel);
+
+    panel->setTransform(QTransform(0, 1, -1, 0, 0, 0));  // a quarter turn about the centre
+    const QPointF inWindow = panel->convertPointToView({0, 0}, nullptr);
+    EXPECT_NEAR(inWindow.x(), 175, 1e-9);
+    EXPECT_NEAR(inWindow.y(), 75, 1e-9);
+    const QPointF back = panel->convertPointFromView(inWindow, nullptr);
+    EXPECT_NEAR(back.x(), 0, 1e-9);
+    EXPECT_NEAR(back.y(), 0, 1e-9);
+}
+
+}  // namespace

@@ -133,53 +133,88 @@ constexpr double kChangedConstants[2] = {-44, -64};
 std::vector<Rule> captureScreen() {
     const double midX = kScreenWidth / 2;
     return {
-        eq(left(TopBar), 0), eq(top(TopBar), 0), eq(width(TopBar), kScreenWidth),
+        eq(left(TopBar), 0),
+        eq(top(TopBar), 0),
+        eq(width(TopBar), kScreenWidth),
         eq(height(TopBar), 44),
 
-        eq(left(Flash), left(TopBar) + 16), eq(centerY(Flash), centerY(TopBar)),
-        eq(width(Flash), 44), eq(height(Flash), 44),
+        eq(left(Flash), left(TopBar) + 16),
+        eq(centerY(Flash), centerY(TopBar)),
+        eq(width(Flash), 44),
+        eq(height(Flash), 44),
 
-        eq(centerX(Timer), midX), eq(top(Timer), top(Flash)), ge(width(Timer), 44),
-        eq(width(Timer), 60, 750), eq(height(Timer), height(Flash)),
+        eq(centerX(Timer), midX),
+        eq(top(Timer), top(Flash)),
+        ge(width(Timer), 44),
+        eq(width(Timer), 60, 750),
+        eq(height(Timer), height(Flash)),
 
-        eq(right(SwitchCamera), right(TopBar) - 16), eq(top(SwitchCamera), top(Flash)),
-        eq(width(SwitchCamera), 44), eq(height(SwitchCamera), 44),
+        eq(right(SwitchCamera), right(TopBar) - 16),
+        eq(top(SwitchCamera), top(Flash)),
+        eq(width(SwitchCamera), 44),
+        eq(height(SwitchCamera), 44),
 
-        eq(left(BottomBar), 0), eq(width(BottomBar), kScreenWidth),
-        eq(bottom(BottomBar), kScreenHeight), ge(height(BottomBar), 120),
+        eq(left(BottomBar), 0),
+        eq(width(BottomBar), kScreenWidth),
+        eq(bottom(BottomBar), kScreenHeight),
+        ge(height(BottomBar), 120),
         eq(height(BottomBar), 160, 750),
 
-        eq(centerX(Shutter), midX), eq(centerY(Shutter), centerY(BottomBar)),
-        eq(width(Shutter), 72), eq(height(Shutter), width(Shutter)),
+        eq(centerX(Shutter), midX),
+        eq(centerY(Shutter), centerY(BottomBar)),
+        eq(width(Shutter), 72),
+        eq(height(Shutter), width(Shutter)),
 
-        eq(left(Thumbnail), left(BottomBar) + 24), eq(centerY(Thumbnail), centerY(Shutter)),
-        eq(width(Thumbnail), 52), eq(height(Thumbnail), width(Thumbnail)),
+        eq(left(Thumbnail), left(BottomBar) + 24),
+        eq(centerY(Thumbnail), centerY(Shutter)),
+        eq(width(Thumbnail), 52),
+        eq(height(Thumbnail), width(Thumbnail)),
 
-        eq(right(Cancel), right(BottomBar) - 24), eq(centerY(Cancel), centerY(Shutter)),
-        ge(width(Cancel), 60), eq(width(Cancel), 80, 250), eq(height(Cancel), 44),
+        eq(right(Cancel), right(BottomBar) - 24),
+        eq(centerY(Cancel), centerY(Shutter)),
+        ge(width(Cancel), 60),
+        eq(width(Cancel), 80, 250),
+        eq(height(Cancel), 44),
 
-        eq(centerX(ModeLabel), midX), eq(bottom(ModeLabel), top(BottomBar) - 8),
-        le(width(ModeLabel), kScreenWidth - 40), eq(width(ModeLabel), 200, 250),
+        eq(centerX(ModeLabel), midX),
+        eq(bottom(ModeLabel), top(BottomBar) - 8),
+        le(width(ModeLabel), kScreenWidth - 40),
+        eq(width(ModeLabel), 200, 250),
         eq(height(ModeLabel), 20),
 
-        eq(left(Preview), 0), eq(top(Preview), bottom(TopBar)), eq(width(Preview), kScreenWidth),
-        le(bottom(Preview), top(ModeLabel) - 8), eq(height(Preview), (4.0 / 3.0) * width(Preview), 750),
+        eq(left(Preview), 0),
+        eq(top(Preview), bottom(TopBar)),
+        eq(width(Preview), kScreenWidth),
+        le(bottom(Preview), top(ModeLabel) - 8),
+        eq(height(Preview), (4.0 / 3.0) * width(Preview), 750),
 
-        eq(centerX(Zoom), centerX(Preview)), eq(bottom(Zoom), bottom(Preview) - 12),
-        eq(width(Zoom), 40), eq(height(Zoom), 40),
+        eq(centerX(Zoom), centerX(Preview)),
+        eq(bottom(Zoom), bottom(Preview) - 12),
+        eq(width(Zoom), 40),
+        eq(height(Zoom), 40),
 
-        eq(width(Focus), 80), eq(height(Focus), 80), eq(centerX(Focus), centerX(Preview), 250),
+        eq(width(Focus), 80),
+        eq(height(Focus), 80),
+        eq(centerX(Focus), centerX(Preview), 250),
         eq(centerY(Focus), centerY(Preview), 250),
 
-        eq(left(Grid), left(Preview)), eq(top(Grid), top(Preview)),
-        eq(width(Grid), width(Preview)), eq(height(Grid), height(Preview)),
+        eq(left(Grid), left(Preview)),
+        eq(top(Grid), top(Preview)),
+        eq(width(Grid), width(Preview)),
+        eq(height(Grid), height(Preview)),
 
-        eq(left(Exposure), right(Focus) + 8), eq(centerY(Exposure), centerY(Focus)),
-        eq(width(Exposure), 24), eq(height(Exposure), 120, 750),
+        eq(left(Exposure), right(Focus) + 8),
+        eq(centerY(Exposure), centerY(Focus)),
+        eq(width(Exposure), 24),
+        eq(height(Exposure), 120, 750),
         le(height(Exposure), height(Preview)),
 
-        eq(top(Hint), bottom(TopBar) + 8), eq(centerX(Hint), midX), le(width(Hint), 300),
-        eq(width(Hint), 280, 250), ge(height(Hint), 20), eq(height(Hint), 30, 750),
+        eq(top(Hint), bottom(TopBar) + 8),
+        eq(centerX(Hint), midX),
+        le(width(Hint), 300),
+        eq(width(Hint), 280, 250),
+        ge(height(Hint), 20),
+        eq(height(Hint), 30, 750),
     };
 }
 
@@ -281,7 +316,7 @@ for name, operation in (("solve", solve_from_nothing), ("change", change_constan
 )PY";
 
 struct KiwiTimes {
-    std::string error;  // empty when measured
+    std::string error;                                              // empty when measured
     std::map<std::string, std::pair<double, double>> perOperation;  // seconds, iterations
 };
 
@@ -338,9 +373,17 @@ KiwiTimes measureKiwi() {
     }
     const QString output = QString::fromUtf8(python.readAllStandardOutput());
     if (python.exitCode() != 0) {
-        return {"the kiwisolver script failed: " +
-                    QString::fromUtf8(python.readAllStandardError()).trimmed().toStdString(),
-                {}};
+        // The last line that names an error says what went wrong.
+        const QStringList lines = QString::fromUtf8(python.readAllStandardError())
+                                      .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QString reason = lines.isEmpty() ? QStringLiteral("no message") : lines.last();
+        for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
+            if (line->contains(QStringLiteral("Error"))) {
+                reason = line->trimmed();
+                break;
+            }
+        }
+        return {"the kiwisolver script failed: " + reason.toStdString(), {}};
     }
     KiwiTimes times;
     for (const QString& line : output.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
@@ -368,8 +411,7 @@ const KiwiTimes& kiwiTimes() {
     static const KiwiTimes times = [] {
         KiwiTimes measured = measureKiwi();
         if (!measured.error.empty()) {
-            std::fprintf(stderr, "skipping the kiwisolver reference: %s\n",
-                         measured.error.c_str());
+            std::fprintf(stderr, "skipping the kiwisolver reference: %s\n", measured.error.c_str());
         }
         return measured;
     }();

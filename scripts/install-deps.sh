@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config clang-format
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libopencv-dev
   qt6-base-dev qt6-base-dev-tools libqt6svg6-dev
   qt6-multimedia-dev qt6-declarative-dev qt6-speech-dev qt6-speech-flite-plugin
   qt6-qpa-plugins libgl-dev

@@ -57,6 +57,34 @@ std::shared_ptr<PixelBuffer> PixelBuffer::create(int width, int height, std::uin
                                          dataSize, std::move(memory), Recycler{});
 }
 
+std::shared_ptr<PixelBuffer> PixelBuffer::wrapExternal(int width, int height,
+                                                       std::uint32_t pixelFormat,
+                                                       const std::vector<ExternalPlane>& planes,
+                                                       std::shared_ptr<const void> owner) {
+    std::vector<PixelBufferPlane> layoutPlanes;
+    std::size_t dataSize = 0;
+    if (!layout(width, height, pixelFormat, layoutPlanes, dataSize) ||
+        planes.size() != layoutPlanes.size()) {
+        return nullptr;
+    }
+    std::vector<unsigned char*> pointers;
+    dataSize = 0;
+    for (std::size_t i = 0; i < planes.size(); ++i) {
+        if (planes[i].data == nullptr) {
+            return nullptr;
+        }
+        layoutPlanes[i].bytesPerRow = planes[i].bytesPerRow;
+        layoutPlanes[i].offset = 0;
+        dataSize += planes[i].bytesPerRow * static_cast<std::size_t>(layoutPlanes[i].height);
+        pointers.push_back(planes[i].data);
+    }
+    auto buffer = std::make_shared<PixelBuffer>(
+        Key{}, width, height, pixelFormat, std::move(layoutPlanes), dataSize, nullptr, Recycler{});
+    buffer->_externalPlanes = std::move(pointers);
+    buffer->_externalOwner = std::move(owner);
+    return buffer;
+}
+
 PixelBuffer::PixelBuffer(Key, int width, int height, std::uint32_t format,
                          std::vector<PixelBufferPlane> planes, std::size_t dataSize,
                          std::shared_ptr<unsigned char> memory, Recycler recycler)
@@ -115,7 +143,10 @@ int PixelBuffer::unlockBaseAddress(std::uint64_t flags) {
 }
 
 unsigned char* PixelBuffer::planeData(std::size_t plane) const {
-    return plane < _planes.size() ? _memory.get() + _planes[plane].offset : nullptr;
+    if (plane >= _planes.size()) {
+        return nullptr;
+    }
+    return _externalPlanes.empty() ? _memory.get() + _planes[plane].offset : _externalPlanes[plane];
 }
 
 std::shared_ptr<PixelBufferPool> PixelBufferPool::create(const Attributes& attributes) {

@@ -42,6 +42,21 @@ public:
     static std::shared_ptr<PixelBuffer> create(int width, int height, std::uint32_t pixelFormat);
     static bool isSupportedFormat(std::uint32_t pixelFormat);
 
+    /// Memory of someone else's, for wrapExternal.
+    struct ExternalPlane {
+        unsigned char* data = nullptr;
+        std::size_t bytesPerRow = 0;
+    };
+    /// A buffer over memory it does not own (a mapped camera frame), without
+    /// copying: planes in the format's order (one for BGRA and 'yuvs', luma
+    /// then CbCr for bi-planar), kept alive and valid by owner for as long as
+    /// the buffer or any of its owner() handles lives. null for an unsupported
+    /// format or size, a wrong plane count or a null plane.
+    static std::shared_ptr<PixelBuffer> wrapExternal(int width, int height,
+                                                     std::uint32_t pixelFormat,
+                                                     const std::vector<ExternalPlane>& planes,
+                                                     std::shared_ptr<const void> owner);
+
     ~PixelBuffer();
     PixelBuffer(const PixelBuffer&) = delete;
     PixelBuffer& operator=(const PixelBuffer&) = delete;
@@ -102,6 +117,8 @@ private:
     std::size_t _dataSize;
     std::shared_ptr<unsigned char> _memory;
     Recycler _recycler;
+    std::vector<unsigned char*> _externalPlanes;  ///< wrapExternal: where each plane lies
+    std::shared_ptr<const void> _externalOwner;
     std::atomic<int> _lockCount{0};
     std::atomic<bool> _refusesLock{false};
 };

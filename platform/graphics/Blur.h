@@ -20,8 +20,8 @@ struct BlurStyle {
 };
 
 /// Blurs the pixels already in region of image, in place, and lays the tint
-/// over them; pixels outside region keep their values exactly. The part of
-/// region outside the image is ignored; an empty region does nothing.
+/// over them; pixels outside region keep their values exactly. Whatever of
+/// region lies outside the image is ignored; an empty region does nothing.
 ///
 /// The blur runs on a reduced copy (block averages; four times smaller at
 /// the default radius and scale), with three box passes each way over running

@@ -427,6 +427,11 @@ AnimationGroup::AnimationGroup(const AnimationGroup& other) : Animation(other) {
     for (const auto& child : other._animations) {
         if (child) {
             _animations.push_back(child->clone());
+            // As on the platform, a child without a duration of its own runs
+            // for the whole group.
+            if (_animations.back()->duration() <= 0.0) {
+                _animations.back()->setDuration(effectiveDuration());
+            }
         }
     }
 }

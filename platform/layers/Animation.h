@@ -194,7 +194,8 @@ private:
 };
 
 /// Runs its animations together within its own timing; each child's time is
-/// relative to the group's start.
+/// relative to the group's start. A child without a duration (0) runs for the
+/// group's duration, fixed when the group is copied onto a layer.
 class AnimationGroup : public Animation {
 public:
     static std::shared_ptr<AnimationGroup> create();

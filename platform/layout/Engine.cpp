@@ -18,8 +18,9 @@ struct ConstraintAccess {
 // ---- constraints -------------------------------------------------------------
 
 void Engine::addConstraint(const Constraint& constraint) {
-    auto [entry, inserted] = _constraints.findOrInsert(
-        constraint.key(), [&] { return ConstraintEntry{constraint, Tag{}}; });
+    auto [entry, inserted] = _constraints.findOrInsert(constraint.key(), [&] {
+        return ConstraintEntry{constraint, Tag{}};
+    });
     if (!inserted) {
         throw DuplicateConstraint(constraint);
     }
@@ -148,11 +149,11 @@ Symbol Engine::newSymbol(Symbol::Kind kind) {
 
 Engine::VariableEntry& Engine::variableFor(const Variable& variable) {
     return *_variables
-                .findOrInsert(variable.key(),
-                              [&] {
-                                  return VariableEntry{variable,
-                                                       newSymbol(Symbol::Kind::External), 0};
-                              })
+                .findOrInsert(
+                    variable.key(),
+                    [&] {
+                        return VariableEntry{variable, newSymbol(Symbol::Kind::External), 0};
+                    })
                 .first;
 }
 
@@ -288,8 +289,9 @@ bool Engine::addWithArtificialVariable(const Row& row) {
         }
         if (artificialRow.hasCells()) {
             const Row::Cells& cells = artificialRow.cells();
-            const Row::Cell* entering = std::find_if(
-                cells.begin(), cells.end(), [](const Row::Cell& cell) { return cell.symbol.isRestricted(); });
+            const Row::Cell* entering =
+                std::find_if(cells.begin(), cells.end(),
+                             [](const Row::Cell& cell) { return cell.symbol.isRestricted(); });
             const Symbol subject = entering != cells.end() ? entering->symbol : cells[0].symbol;
             artificialRow.solveFor(artificial, subject);
             substitute(subject, artificialRow);
@@ -500,8 +502,7 @@ void Engine::collectInfeasibleRows() {
 QString Engine::symbolName(Symbol symbol) const {
     const QString id = QString::number(symbol.id);
     switch (symbol.kind) {
-        case Symbol::Kind::External:
-        {
+        case Symbol::Kind::External: {
             QString name = QStringLiteral("v") + id;
             _variables.forEach([&](const VariableEntry& entry) {
                 if (entry.symbol == symbol && !entry.variable.name().isEmpty()) {
@@ -553,8 +554,8 @@ QString Engine::dump() const {
     std::sort(constraints.begin(), constraints.end(),
               [](const auto* a, const auto* b) { return a->tag.marker.id < b->tag.marker.id; });
     for (const ConstraintEntry* entry : constraints) {
-        text += QStringLiteral("  %1  [%2").arg(entry->constraint.toString(),
-                                               symbolName(entry->tag.marker));
+        text += QStringLiteral("  %1  [%2")
+                    .arg(entry->constraint.toString(), symbolName(entry->tag.marker));
         if (entry->tag.other.valid()) {
             text += QStringLiteral(" ") + symbolName(entry->tag.other);
         }
@@ -563,9 +564,9 @@ QString Engine::dump() const {
 
     text += QStringLiteral("Edit variables\n");
     _edits.forEach([&](const EditEntry& entry) {
-        text += QStringLiteral("  %1 @%2\n")
-                    .arg(entry.variable.toString(),
-                         numberText(entry.constraint.strength().priority()));
+        text +=
+            QStringLiteral("  %1 @%2\n")
+                .arg(entry.variable.toString(), numberText(entry.constraint.strength().priority()));
     });
     return text;
 }

@@ -77,7 +77,8 @@ void Row::insert(const Row& other, double coefficient) {
         if (mine >= 0 && cells[mine].symbol.id > next.symbol.id) {
             cells[write--] = cells[mine--];
         } else if (mine >= 0 && cells[mine].symbol.id == next.symbol.id) {
-            cells[write--] = Cell{next.symbol, cells[mine].coefficient + next.coefficient * coefficient};
+            cells[write--] =
+                Cell{next.symbol, cells[mine].coefficient + next.coefficient * coefficient};
             --mine;
             --theirs;
         } else {

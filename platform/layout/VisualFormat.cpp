@@ -95,7 +95,8 @@ private:
     Predicate parsePredicate(bool forView);
     std::optional<double> metric(const QString& name, qsizetype position) const;
 
-    void addSpacing(const FormatItem& earlier, const FormatItem& later, const Connection& connection);
+    void addSpacing(const FormatItem& earlier, const FormatItem& later,
+                    const Connection& connection);
     void addSizes(const QString& view, const std::vector<Predicate>& predicates);
     void addAlignments(const std::vector<QString>& views, qsizetype end);
 
@@ -150,7 +151,8 @@ std::vector<FormatConstraint> Parser::parse() {
         const qsizetype namePosition = _pos + 1;
         const QString view = parseView(sizes);
         if (seen.contains(view)) {
-            fail(namePosition, QStringLiteral("'%1' appears more than once in the format").arg(view));
+            fail(namePosition,
+                 QStringLiteral("'%1' appears more than once in the format").arg(view));
         }
         seen.insert(view);
         views.push_back(view);
@@ -363,16 +365,17 @@ Parser::Predicate Parser::parsePredicate(bool forView) {
     const QString name = parseIdentifier();
     if (name.isEmpty()) {
         _pos = objectPosition;
-        predicate.constant = parseNumberOrMetric(
-            true, forView ? QStringLiteral("a number, a metric or a view name")
-                          : QStringLiteral("a number or a metric"));
+        predicate.constant =
+            parseNumberOrMetric(true, forView ? QStringLiteral("a number, a metric or a view name")
+                                              : QStringLiteral("a number or a metric"));
     } else if (auto value = metric(name, objectPosition)) {
         predicate.constant = *value;
     } else if (forView && _viewNames.contains(name)) {
         predicate.view = name;
     } else if (forView) {
-        fail(objectPosition,
-             QStringLiteral("'%1' is neither a metric nor a key in the views dictionary").arg(name));
+        fail(
+            objectPosition,
+            QStringLiteral("'%1' is neither a metric nor a key in the views dictionary").arg(name));
     } else {
         fail(objectPosition,
              QStringLiteral("A spacing takes a number or a metric, not '%1'").arg(name));
@@ -393,8 +396,8 @@ Parser::Predicate Parser::parsePredicate(bool forView) {
 
 void Parser::addSpacing(const FormatItem& earlier, const FormatItem& later,
                         const Connection& connection) {
-    const bool toSuperview = earlier.kind == FormatItem::Kind::Superview ||
-                             later.kind == FormatItem::Kind::Superview;
+    const bool toSuperview =
+        earlier.kind == FormatItem::Kind::Superview || later.kind == FormatItem::Kind::Superview;
     std::vector<Predicate> predicates = connection.predicates;
     if (connection.kind != Connection::Kind::Explicit) {
         Predicate standard;
@@ -409,9 +412,8 @@ void Parser::addSpacing(const FormatItem& earlier, const FormatItem& later,
     const LayoutAttribute laterEdge =
         later.kind == FormatItem::Kind::Superview ? _axis.end : _axis.start;
     for (const Predicate& predicate : predicates) {
-        FormatConstraint constraint{later,           laterEdge,          predicate.relation,
-                                    earlier,         earlierEdge,        1.0,
-                                    predicate.constant, predicate.priority};
+        FormatConstraint constraint{later,       laterEdge, predicate.relation, earlier,
+                                    earlierEdge, 1.0,       predicate.constant, predicate.priority};
         if (_axis.reversed) {
             std::swap(constraint.firstItem, constraint.secondItem);
             std::swap(constraint.firstAttribute, constraint.secondAttribute);

@@ -17,19 +17,10 @@ class SpeechSynthesizerDelegate {
 public:
     virtual ~SpeechSynthesizerDelegate() = default;
 
-    virtual void didStart(SpeechSynthesizer& synthesizer, const UtterancePtr& utterance) {
-        (void)synthesizer;
-        (void)utterance;
-    }
-    virtual void didFinish(SpeechSynthesizer& synthesizer, const UtterancePtr& utterance) {
-        (void)synthesizer;
-        (void)utterance;
-    }
+    virtual void didStart(SpeechSynthesizer& /*synthesizer*/, const UtterancePtr& /*utterance*/) {}
+    virtual void didFinish(SpeechSynthesizer& /*synthesizer*/, const UtterancePtr& /*utterance*/) {}
     /// The utterance was being spoken when stopSpeaking was called.
-    virtual void didCancel(SpeechSynthesizer& synthesizer, const UtterancePtr& utterance) {
-        (void)synthesizer;
-        (void)utterance;
-    }
+    virtual void didCancel(SpeechSynthesizer& /*synthesizer*/, const UtterancePtr& /*utterance*/) {}
 };
 
 /// Speaks utterances one after another, in the order they were queued, like

@@ -69,7 +69,7 @@ void ImageView::setImage(ImagePtr image) {
         const ImageOrientation orientation = _image->imageOrientation();
         _upright = orientation == ImageOrientation::Up
                        ? _image->cgImage()
-                       : _image->cgImage();
+                       : applyOrientation(_image->cgImage(), orientation);
     }
     layer()->setContents(_upright);
     layer()->setContentsScale(_image ? _image->scale() : 1.0);

@@ -66,8 +66,8 @@ struct Box {
 class Screen {
 public:
     Screen(double width, double height) : _root(QStringLiteral("root")) {
-        for (const Constraint& c : {_root.left == 0, _root.top == 0, _root.width == width,
-                                    _root.height == height}) {
+        for (const Constraint& c :
+             {_root.left == 0, _root.top == 0, _root.width == width, _root.height == height}) {
             solver.addConstraint(c);
         }
     }
@@ -336,16 +336,15 @@ TEST(LayoutSolverText, ExpressionsConstraintsAndDumpReadAsWritten) {
 
 // ---- visual format --------------------------------------------------------------
 
-FormatConstraint spacing(FormatItem first, LayoutAttribute a1, Relation relation,
-                         FormatItem second, LayoutAttribute a2, double constant,
-                         double priority = 1000) {
+FormatConstraint spacing(FormatItem first, LayoutAttribute a1, Relation relation, FormatItem second,
+                         LayoutAttribute a2, double constant, double priority = 1000) {
     return {std::move(first), a1, relation, std::move(second), a2, 1.0, constant, priority};
 }
 
 FormatConstraint size(const QString& view, LayoutAttribute attribute, Relation relation,
                       double constant, double priority = 1000) {
-    return {FormatItem::view(view), attribute, relation, FormatItem::none(),
-            LayoutAttribute::NotAnAttribute, 1.0, constant, priority};
+    return {FormatItem::view(view),          attribute, relation, FormatItem::none(),
+            LayoutAttribute::NotAnAttribute, 1.0,       constant, priority};
 }
 
 using A = LayoutAttribute;
@@ -388,14 +387,13 @@ TEST(VisualFormat, SuperviewsSpacingsAndFlushNeighbours) {
 }
 
 TEST(VisualFormat, ViewPredicatesSizeViews) {
-    EXPECT_THAT(
-        parseVisualFormat("[a(==44.5)][b(<=10,>=5@750)][c(30)]", 0, {}, kNames),
-        ElementsAre(size("a", A::Width, R::Equal, 44.5),
-                    spacing(kB, A::Leading, R::Equal, kA, A::Trailing, 0),
-                    size("b", A::Width, R::LessThanOrEqual, 10),
-                    size("b", A::Width, R::GreaterThanOrEqual, 5, 750),
-                    spacing(kC, A::Leading, R::Equal, kB, A::Trailing, 0),
-                    size("c", A::Width, R::Equal, 30)));
+    EXPECT_THAT(parseVisualFormat("[a(==44.5)][b(<=10,>=5@750)][c(30)]", 0, {}, kNames),
+                ElementsAre(size("a", A::Width, R::Equal, 44.5),
+                            spacing(kB, A::Leading, R::Equal, kA, A::Trailing, 0),
+                            size("b", A::Width, R::LessThanOrEqual, 10),
+                            size("b", A::Width, R::GreaterThanOrEqual, 5, 750),
+                            spacing(kC, A::Leading, R::Equal, kB, A::Trailing, 0),
+                            size("c", A::Width, R::Equal, 30)));
     EXPECT_THAT(parseVisualFormat("V:[a(==b@250)]", 0, {}, kNames),
                 ElementsAre(FormatConstraint{kA, A::Height, R::Equal, kB, A::Height, 1, 0, 250}));
     EXPECT_THAT(parseVisualFormat("[a(>=c)]", 0, {}, kNames),
@@ -466,10 +464,9 @@ TEST(VisualFormat, MalformedFormatsAreRefusedWithTheirPosition) {
             EXPECT_EQ(error.format(), QString::fromUtf8(c.format));
             EXPECT_EQ(error.position(), c.position);
             EXPECT_THAT(error.problem().toStdString(), HasSubstr(c.problem));
-            const std::string expected = "Unable to parse constraint format: " +
-                                         error.problem().toStdString() + "\n" + c.format + "\n" +
-                                         std::string(static_cast<std::size_t>(c.position), ' ') +
-                                         "^";
+            const std::string expected =
+                "Unable to parse constraint format: " + error.problem().toStdString() + "\n" +
+                c.format + "\n" + std::string(static_cast<std::size_t>(c.position), ' ') + "^";
             EXPECT_EQ(error.what(), expected);
         }
     }

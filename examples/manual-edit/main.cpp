@@ -1,0 +1,200 @@
+// A small host of the manual edit screen: shows one image, lets the user turn
+// it, and writes the confirmed image.
+//
+//   qxd-manual-edit [image] [--output path] [--help-message text]
+//                   [--offscreen] [--screenshot path]
+//
+// Without an image it edits a test card of its own. With a display the screen
+// opens in a window; confirm writes the image (default ./out/edited.png) and
+// quits, cancel quits without writing. Without a display (or with
+// --offscreen) the program drives the screen itself: it turns the image right
+// once with the rotation button, lets the animation run out and confirms.
+
+#include "QXDManualEditController.h"
+#include "SampleCard.h"
+#include "platform/environment/Environment.h"
+#include "platform/foundation/RunLoop.h"
+#include "platform/graphics/Image.h"
+#include "platform/ui/Button.h"
+#include "platform/ui/OffscreenRender.h"
+#include "platform/ui/QtWindowHost.h"
+#include "platform/ui/Window.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QGuiApplication>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr double kTurnDuration = 0.3;
+// A phone-sized window, whatever the screen.
+constexpr QSize kWindowSize(375, 667);
+
+void print(const QString& line) {
+    std::fputs(qPrintable(line + u'\n'), stdout);
+}
+
+void printError(const QString& line) {
+    std::fputs(qPrintable(QStringLiteral("qxd-manual-edit: ") + line + u'\n'), stderr);
+}
+
+bool hasDisplay() {
+    return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
+}
+
+bool asksForOffscreen(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--offscreen") == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Writes the confirmed image and ends the session; cancel ends it without
+// writing. `finish` receives the exit code.
+class SaveOnConfirm : public QXDManualEditControllerDelegate {
+public:
+    SaveOnConfirm(QString output, std::function<void(int)> finish)
+        : _output(std::move(output)), _finish(std::move(finish)) {}
+
+    void controllerDidConfirmEditedImage(QXDManualEditController& /*controller*/,
+                                         const platform::ImagePtr& image) override {
+        QDir().mkpath(QFileInfo(_output).absolutePath());
+        if (!image || !image->cgImage().save(_output)) {
+            printError(QStringLiteral("cannot write %1").arg(_output));
+            _finish(EXIT_FAILURE);
+            return;
+        }
+        print(QStringLiteral("confirmed %1x%2 image written to %3")
+                  .arg(image->cgImage().width())
+                  .arg(image->cgImage().height())
+                  .arg(_output));
+        _finish(EXIT_SUCCESS);
+    }
+    void controllerDidCancel(QXDManualEditController& /*controller*/) override {
+        print(QStringLiteral("cancelled; nothing written"));
+        _finish(EXIT_FAILURE);
+    }
+
+private:
+    QString _output;
+    std::function<void(int)> _finish;
+};
+
+// Turns right once, as a user's tap on the button would, lets the turn's
+// animation run out on the manual clock, and confirms.
+void driveOffscreen(platform::Window& window, QXDManualEditController& controller,
+                    const QString& screenshot) {
+    auto& loop = platform::RunLoop::main();
+    window.makeKeyAndVisible();
+    loop.advance(1.0);  // appearance, and the help alert's arrival if there is help
+    if (controller.presentedViewController()) {
+        print(QStringLiteral("help shown: \"%1\"; dismissing it").arg(controller.helpMessage()));
+        controller.dismissViewControllerAnimated(false);
+        loop.advance(1.0);
+    }
+
+    const auto original = controller.modifiedImage()->size();
+    controller.rotateRightButton()->sendActionsForControlEvents(
+        platform::control_event::kTouchUpInside);
+    loop.advance(kTurnDuration);
+    const auto turned = controller.modifiedImage()->size();
+    print(QStringLiteral("turned right: %1x%2 pt -> %3x%4 pt")
+              .arg(original.width())
+              .arg(original.height())
+              .arg(turned.width())
+              .arg(turned.height()));
+
+    if (!screenshot.isEmpty()) {
+        QDir().mkpath(QFileInfo(screenshot).absolutePath());
+        if (platform::renderToPng(window, screenshot, platform::Screen::main().scale())) {
+            print(QStringLiteral("screen written to %1").arg(screenshot));
+        } else {
+            printError(QStringLiteral("cannot write %1").arg(screenshot));
+        }
+    }
+
+    controller.confirmButton()->sendActionsForControlEvents(
+        platform::control_event::kTouchUpInside);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool offscreen = asksForOffscreen(argc, argv) || !hasDisplay();
+    if (offscreen) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QGuiApplication app(argc, argv);
+    QGuiApplication::setApplicationName(QStringLiteral("qxd-manual-edit"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Turns one image upright with the manual "
+                       "edit screen and writes the result."));
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("image"),
+                                 QStringLiteral("The image to edit (default: a test card)."));
+    const QCommandLineOption outputOption(
+        QStringLiteral("output"), QStringLiteral("Where the confirmed image goes."),
+        QStringLiteral("path"), QStringLiteral("./out/edited.png"));
+    const QCommandLineOption helpMessageOption(QStringLiteral("help-message"),
+                                               QStringLiteral("Help text the screen shows."),
+                                               QStringLiteral("text"));
+    const QCommandLineOption offscreenOption(QStringLiteral("offscreen"),
+                                             QStringLiteral("Drive the screen without a display."));
+    const QCommandLineOption screenshotOption(
+        QStringLiteral("screenshot"),
+        QStringLiteral("Offscreen: also write the screen after the turn."), QStringLiteral("path"));
+    parser.addOptions({outputOption, helpMessageOption, offscreenOption, screenshotOption});
+    parser.process(app);
+
+    platform::ImagePtr image;
+    const QStringList positional = parser.positionalArguments();
+    if (positional.isEmpty()) {
+        image = platform::Image::withCGImage(renderSampleCard());
+        print(QStringLiteral("editing the built-in test card"));
+    } else {
+        image = platform::Image::withContentsOfFile(positional.first());
+        if (!image) {
+            printError(QStringLiteral("cannot read %1").arg(positional.first()));
+            return EXIT_FAILURE;
+        }
+        print(QStringLiteral("editing %1").arg(positional.first()));
+    }
+
+    const QString helpMessage =
+        parser.isSet(helpMessageOption) ? parser.value(helpMessageOption) : QString();
+    const auto controller = QXDManualEditController::initWithImage(image, helpMessage);
+    const auto window = platform::Window::create(QRectF(QPointF(), QSizeF(kWindowSize)));
+    window->setRootViewController(controller);
+
+    int exitCode = EXIT_FAILURE;
+    if (offscreen) {
+        platform::RunLoop::main().useManualClock();
+        controller->setDelegate(std::make_shared<SaveOnConfirm>(
+            parser.value(outputOption), [&exitCode](int code) { exitCode = code; }));
+        driveOffscreen(*window, *controller, parser.value(screenshotOption));
+        // The delegate holds nothing of the screen, but let go of it anyway.
+        controller->setDelegate(nullptr);
+        return exitCode;
+    }
+
+    controller->setDelegate(std::make_shared<SaveOnConfirm>(
+        parser.value(outputOption), [](int code) { QCoreApplication::exit(code); }));
+    platform::RunLoop::main().attachToQt();
+    platform::QtWindowHost host(window);
+    host.setTitle(QStringLiteral("Manual edit"));
+    host.resize(kWindowSize);
+    host.show();
+    exitCode = QGuiApplication::exec();
+    controller->setDelegate(nullptr);
+    return exitCode;
+}

@@ -1,0 +1,25 @@
+#include "manualedit/QuarterTurn.h"
+
+#include "platform/graphics/GraphicsContext.h"
+
+#include <QPainter>
+
+platform::ImagePtr drawQuarterTurn(const platform::Image& image, bool clockwise) {
+    const QSizeF size = image.size();
+    const double w = size.width();
+    const double h = size.height();
+    if (!(w > 0.0 && h > 0.0)) {
+        return nullptr;
+    }
+    platform::beginImageContext(QSizeF(h, w), false, 1.0);
+    QPainter* context = platform::currentContext();
+    // The same pixels and scale, shown turned; drawn pixel for pixel this is
+    // a plain quarter-turn copy into the context's memory.
+    const platform::Image turned(
+        image.cgImage(), image.scale(),
+        clockwise ? platform::ImageOrientation::Right : platform::ImageOrientation::Left);
+    turned.drawInRect(*context, QRectF(0, 0, h, w));
+    platform::ImagePtr result = platform::imageFromCurrentImageContext();
+    platform::endImageContext();
+    return result;
+}

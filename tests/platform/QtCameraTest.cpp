@@ -1,0 +1,237 @@
+#include "platform/capture/CaptureDevice.h"
+#include "platform/capture/PixelConversion.h"
+#include "platform/capture/QtCameraDriver.h"
+#include "platform/capture/QtCameraSource.h"
+
+#include <gtest/gtest.h>
+
+#include <QVideoFrame>
+#include <QVideoFrameFormat>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <future>
+#include <vector>
+
+using namespace platform;
+
+namespace {
+
+struct Bgra {
+    int b, g, r, a;
+    bool operator==(const Bgra&) const = default;
+};
+
+// The conversion, one pixel at a time in floating point.
+Bgra reference(int y, int u, int v) {
+    const auto c = [](double x) { return static_cast<int>(std::clamp(std::lround(x), 0L, 255L)); };
+    return {c(y + 1.772 * (u - 128)), c(y - 0.344136 * (u - 128) - 0.714136 * (v - 128)),
+            c(y + 1.402 * (v - 128)), 255};
+}
+
+Bgra at(const std::vector<std::uint8_t>& image, std::size_t stride, int x, int y) {
+    const std::uint8_t* p = image.data() + y * stride + 4 * x;
+    return {p[0], p[1], p[2], p[3]};
+}
+
+Bgra yuyvPixel(int y, int u, int v) {
+    const std::uint8_t src[4] = {static_cast<std::uint8_t>(y), static_cast<std::uint8_t>(u),
+                                 static_cast<std::uint8_t>(y), static_cast<std::uint8_t>(v)};
+    std::vector<std::uint8_t> dst(8);
+    convertYuyvToBgra(src, 4, dst.data(), 8, 2, 1);
+    return at(dst, 8, 1, 0);
+}
+
+std::uint8_t noise(int a, int b) {
+    return static_cast<std::uint8_t>((a * 73 + b * 151 + a * b * 7) & 0xFF);
+}
+
+}  // namespace
+
+TEST(PixelConversion, KnownColoursGiveExactValues) {
+    EXPECT_EQ(yuyvPixel(0, 128, 128), (Bgra{0, 0, 0, 255}));
+    EXPECT_EQ(yuyvPixel(255, 128, 128), (Bgra{255, 255, 255, 255}));
+    EXPECT_EQ(yuyvPixel(128, 128, 128), (Bgra{128, 128, 128, 255}));
+    EXPECT_EQ(yuyvPixel(76, 85, 255), (Bgra{0, 0, 254, 255}));   // red
+    EXPECT_EQ(yuyvPixel(150, 44, 21), (Bgra{1, 255, 0, 255}));   // green
+    EXPECT_EQ(yuyvPixel(29, 255, 107), (Bgra{254, 0, 0, 255}));  // blue
+}
+
+TEST(PixelConversion, YuyvMatchesReferenceOnOddSizesAndStrides) {
+    const int width = 37, height = 5;
+    const std::size_t srcStride = 2 * 38 + 6, dstStride = 4 * width + 12;
+    std::vector<std::uint8_t> src(srcStride * height);
+    for (std::size_t i = 0; i < src.size(); ++i) {
+        src[i] = noise(static_cast<int>(i), 3);
+    }
+    std::vector<std::uint8_t> dst(dstStride * height, 0);
+    convertYuyvToBgra(src.data(), srcStride, dst.data(), dstStride, width, height);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const std::uint8_t* m = src.data() + y * srcStride + 4 * (x / 2);
+            const Bgra want = reference(m[(x % 2) * 2], m[1], m[3]);
+            const Bgra got = at(dst, dstStride, x, y);
+            ASSERT_LE(
+                std::abs(got.r - want.r) + std::abs(got.g - want.g) + std::abs(got.b - want.b), 1)
+                << x << "," << y;
+            ASSERT_EQ(got.a, 255);
+        }
+        EXPECT_EQ(dst[y * dstStride + 4 * width], 0) << "wrote past the row";
+    }
+}
+
+TEST(PixelConversion, Nv12MatchesReferenceOnOddSizesAndStrides) {
+    const int width = 23, height = 7;
+    const std::size_t lumaStride = 29, chromaStride = 26, dstStride = 4 * width + 4;
+    std::vector<std::uint8_t> luma(lumaStride * height), chroma(chromaStride * 4);
+    for (std::size_t i = 0; i < luma.size(); ++i) {
+        luma[i] = noise(static_cast<int>(i), 1);
+    }
+    for (std::size_t i = 0; i < chroma.size(); ++i) {
+        chroma[i] = noise(static_cast<int>(i), 2);
+    }
+    std::vector<std::uint8_t> dst(dstStride * height);
+    convertNv12ToBgra(luma.data(), lumaStride, chroma.data(), chromaStride, dst.data(), dstStride,
+                      width, height);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const std::uint8_t* uv = chroma.data() + (y / 2) * chromaStride + 2 * (x / 2);
+            const Bgra want = reference(luma[y * lumaStride + x], uv[0], uv[1]);
+            const Bgra got = at(dst, dstStride, x, y);
+            ASSERT_LE(
+                std::abs(got.r - want.r) + std::abs(got.g - want.g) + std::abs(got.b - want.b), 1)
+                << x << "," << y;
+        }
+    }
+}
+
+TEST(QtCameraMapping, PositionsAndPresets) {
+    EXPECT_EQ(qt_camera::positionFrom(QCameraDevice::BackFace), device_position::kBack);
+    EXPECT_EQ(qt_camera::positionFrom(QCameraDevice::FrontFace), device_position::kFront);
+    EXPECT_EQ(qt_camera::positionFrom(QCameraDevice::UnspecifiedPosition),
+              device_position::kUnspecified);
+
+    const QList<QSize> video = {{640, 480}, {1280, 720}, {1920, 1088}, {960, 540}};
+    EXPECT_EQ(qt_camera::stillSizeFor({}, video), QSize(1920, 1088));
+    EXPECT_EQ(qt_camera::stillSizeFor({{2592, 1944}, {640, 480}}, video), QSize(2592, 1944));
+    // Exact sizes only: 1920x1088 is no 1080p format.
+    EXPECT_EQ(qt_camera::sessionPresetsFor(video, QSize(2592, 1944)),
+              QStringList({session_preset::kPhoto, session_preset::k1280x720,
+                           session_preset::kiFrame960x540}));
+    EXPECT_TRUE(qt_camera::sessionPresetsFor({}, {}).isEmpty());
+}
+
+TEST(QtCameraMapping, CapabilitiesOfAWebcamAndOfAPhoneLikeCamera) {
+    QtCameraDescription webcam;
+    webcam.videoResolutions = {{640, 480}, {1280, 720}};
+    webcam.focusModes = {QCamera::FocusModeAuto};
+    webcam.exposureModes = {QCamera::ExposureAuto, QCamera::ExposureManual};
+    webcam.flashModes = {QCamera::FlashOff};
+    webcam.torchModes = {QCamera::TorchOff};
+    CaptureDeviceCapabilities caps = qt_camera::capabilitiesFor(webcam);
+    EXPECT_EQ(caps.stillImageSize, QSize(1280, 720));
+    EXPECT_EQ(caps.videoSizeForPreset(session_preset::kHigh), QSize(1280, 720));
+    EXPECT_FALSE(caps.supportsPreset(session_preset::k1920x1080));
+    EXPECT_EQ(caps.focusModes,
+              (std::vector<int>{focus_mode::kAutoFocus, focus_mode::kContinuousAutoFocus}));
+    EXPECT_EQ(caps.exposureModes,
+              (std::vector<int>{exposure_mode::kLocked, exposure_mode::kAutoExpose,
+                                exposure_mode::kContinuousAutoExposure}));
+    EXPECT_FALSE(caps.hasFlash);
+    EXPECT_FALSE(caps.hasTorch);
+    EXPECT_FALSE(caps.focusPointOfInterest);
+
+    QtCameraDescription phone = webcam;
+    phone.focusModes = {};  // fixed focus
+    phone.flashModes = {QCamera::FlashOff, QCamera::FlashOn, QCamera::FlashAuto};
+    phone.torchModes = {QCamera::TorchOff, QCamera::TorchOn};
+    phone.features = QCamera::Feature::CustomFocusPoint;
+    caps = qt_camera::capabilitiesFor(phone);
+    EXPECT_EQ(caps.focusModes, std::vector<int>{focus_mode::kLocked});
+    EXPECT_TRUE(caps.hasFlash);
+    EXPECT_EQ(caps.flashModes,
+              (std::vector<int>{flash_mode::kOff, flash_mode::kOn, flash_mode::kAuto}));
+    EXPECT_TRUE(caps.hasTorch);
+    EXPECT_TRUE(caps.focusPointOfInterest);
+    EXPECT_EQ(qt_camera::flashModeFor(flash_mode::kAuto), QCamera::FlashAuto);
+    EXPECT_EQ(qt_camera::torchModeFor(torch_mode::kOn), QCamera::TorchOn);
+    EXPECT_EQ(qt_camera::focusModeFor(focus_mode::kContinuousAutoFocus), QCamera::FocusModeAuto);
+}
+
+TEST(QtCameraFrames, BgraFramesAreWrappedAndYuyvFramesConverted) {
+    std::shared_ptr<PixelBufferPool> pool;
+    std::shared_ptr<PixelBuffer> wrapped;
+    {
+        QVideoFrame frame(QVideoFrameFormat(QSize(4, 2), QVideoFrameFormat::Format_BGRA8888));
+        ASSERT_TRUE(frame.map(QVideoFrame::WriteOnly));
+        std::fill_n(frame.bits(0), frame.mappedBytes(0), std::uint8_t{0x5A});
+        frame.unmap();
+        wrapped = qt_camera::pixelBufferFor(frame, pixel_format::k32BGRA, pool);
+    }
+    ASSERT_TRUE(wrapped);
+    EXPECT_FALSE(pool) << "a BGRA frame needs no copy";
+    ASSERT_EQ(wrapped->lockBaseAddress(kPixelBufferLockReadOnly), cv_return::kSuccess);
+    EXPECT_EQ(static_cast<const std::uint8_t*>(wrapped->baseAddress())[7], 0x5A);
+    wrapped->unlockBaseAddress(kPixelBufferLockReadOnly);
+
+    QVideoFrame yuyv(QVideoFrameFormat(QSize(2, 2), QVideoFrameFormat::Format_YUYV));
+    ASSERT_TRUE(yuyv.map(QVideoFrame::WriteOnly));
+    for (int row = 0; row < 2; ++row) {
+        const std::uint8_t white[4] = {255, 128, 255, 128};
+        std::copy_n(white, 4, yuyv.bits(0) + row * yuyv.bytesPerLine(0));
+    }
+    yuyv.unmap();
+    const auto converted = qt_camera::pixelBufferFor(yuyv, pixel_format::k32BGRA, pool);
+    ASSERT_TRUE(converted);
+    EXPECT_EQ(converted->pixelFormatType(), pixel_format::k32BGRA);
+    EXPECT_EQ(converted->planeData(0)[0], 255);
+}
+
+TEST(QtCameraSource, NoCamerasListsNothingAndDiscoveryFallsBackToVirtualCameras) {
+    QtCameraSource source([] { return QList<QCameraDevice>{}; });
+    EXPECT_TRUE(source.devices().empty());
+    DeviceDiscovery::setHardwareSource([&source] { return source.devices(); });
+    const auto devices = DeviceDiscovery::allDevices();
+    DeviceDiscovery::setHardwareSource({});
+    ASSERT_EQ(devices.size(), 2u);
+    EXPECT_EQ(devices[0]->uniqueID(), QStringLiteral("qxd.virtual-camera.back"));
+}
+
+namespace {
+class FailureSink final : public CaptureStreamSink {
+public:
+    FrameLayout nextFrameLayout() override { return {}; }
+    void streamDidOutputSampleBuffer(const SampleBufferPtr&, const FrameLayout&) override {}
+    void streamDidFail(const ErrorPtr& error) override { failed.set_value(error); }
+    std::promise<ErrorPtr> failed;
+};
+}  // namespace
+
+TEST(QtCameraDriver, ACameraErrorIsADisconnection) {
+    QtCameraDescription description;
+    description.id = QStringLiteral("usb-cam-1");
+    description.name = QStringLiteral("USB Camera");
+    description.position = QCameraDevice::FrontFace;
+    description.videoResolutions = {{1280, 720}};
+    const auto driver = QtCameraDriver::create(description);
+    const auto device = CaptureDevice::create(driver);
+    EXPECT_EQ(device->uniqueID(), QStringLiteral("usb-cam-1"));
+    EXPECT_EQ(device->position(), device_position::kFront);
+    EXPECT_TRUE(device->supportsAVCaptureSessionPreset(session_preset::k1280x720));
+
+    auto sink = std::make_shared<FailureSink>();
+    auto failed = sink->failed.get_future();
+    ASSERT_EQ(device->startStreaming(sink), nullptr);
+    driver->handleCameraError(QStringLiteral("Camera unplugged"));
+    EXPECT_FALSE(device->isConnected());
+    ASSERT_EQ(failed.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    const ErrorPtr error = failed.get();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), av_error::kDeviceWasDisconnected);
+    device->stopStreaming();
+
+    driver->handleVideoInputsChanged({});  // already gone: nothing more happens
+    EXPECT_NE(driver->captureStill({}).error, nullptr);
+}

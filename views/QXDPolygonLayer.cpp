@@ -1,0 +1,106 @@
+#include "QXDPolygonLayer.h"
+
+#include "QXDCameraCore.h"
+#include "platform/environment/Environment.h"
+#include "platform/graphics/AffineTransform.h"
+#include "platform/graphics/GraphicsContext.h"
+#include "platform/graphics/Path.h"
+#include "platform/layers/Transaction.h"
+
+#include <QPainter>
+
+std::shared_ptr<QXDPolygonLayer> QXDPolygonLayer::create() {
+    struct Made final : QXDPolygonLayer {};
+    return std::make_shared<Made>();
+}
+
+QString QXDPolygonLayer::typeName() const {
+    return QStringLiteral("QXDPolygonLayer");
+}
+
+QTransform QXDPolygonLayer::t() const {
+    std::lock_guard lock(_tMutex);
+    return _t;
+}
+
+void QXDPolygonLayer::setT(const QTransform& t) {
+    std::lock_guard lock(_tMutex);
+    _t = t;
+}
+
+void QXDPolygonLayer::drawPolygonAtKeyPoints(KeyPoints keyPoints, const QTransform& transform,
+                                             const QColor& lineColor) {
+    setKeypoints(std::move(keyPoints));
+    setT(transform);
+    setLineColor(lineColor);
+    updateContext();
+}
+
+void QXDPolygonLayer::updateContext() {
+    // Its own transaction, so that a redraw requested inside an animated one
+    // still does not cross-fade.
+    platform::Transaction::begin();
+    platform::Transaction::setDisableActions(true);
+    setNeedsDisplay();
+    platform::Transaction::commit();
+}
+
+void QXDPolygonLayer::clean() {
+    _keypoints.reset();
+    updateContext();
+}
+
+void QXDPolygonLayer::drawInContext(QPainter& context) {
+    platform::pushContext(context);
+    QPainter* current = platform::currentContext();
+
+    current->save();
+    current->setCompositionMode(QPainter::CompositionMode_Clear);
+    current->fillRect(bounds(), Qt::transparent);
+    current->restore();
+
+    if (_keypoints && !_keypoints->empty()) {
+        platform::BezierPath path;
+        path.setLineWidth(2.0);
+        platform::setStrokeColor(_lineColor);
+        const QTransform transform = t();
+        // The size is read on every pass: the loop follows the list as it stands.
+        for (std::size_t i = 0; i < _keypoints->size(); ++i) {
+            const QPointF mapped = platform::affine::apply((*_keypoints)[i], transform);
+            const QPointF point = adaptPointToOrientation(mapped);
+            if (i == 0) {
+                path.moveToPoint(point);
+            } else {
+                path.addLineToPoint(point);
+            }
+            QXD_LOG(
+                QString::asprintf("Draw polygon line at point x: %f y: %f", point.x(), point.y()));
+        }
+        path.closePath();
+        path.stroke();
+    }
+
+    platform::popContext();
+}
+
+QPointF QXDPolygonLayer::adaptPointToOrientation(const QPointF& point) const {
+    // The status bar's orientation by number: 1 portrait, 4 and 3 the two
+    // landscapes this layer knows (right and left as the capture screen names
+    // them). Only 3 is flipped against the screen height.
+    constexpr int kPortrait = 1;
+    constexpr int kLandscapeRight = 4;
+    constexpr int kLandscapeLeft = 3;
+    const int statusBar = platform::Application::shared().statusBarOrientation();
+    if (statusBar == kPortrait) {
+        return point;
+    }
+    if (statusBar == kLandscapeRight) {
+        return {point.y(), point.x()};
+    }
+    if (statusBar == kLandscapeLeft) {
+        const double screenHeight = platform::Screen::main().bounds().height();
+        return {point.y(), screenHeight - point.x()};
+    }
+    // Upside down and unknown keep the point as it is.
+    return point;
+}

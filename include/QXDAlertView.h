@@ -28,8 +28,7 @@ extern const QString QXDAlertViewShowNotification;
 /// capture screen reads alerts aloud with.
 ///
 /// The banner's views come from the interface file "QXDAlertView" in the
-/// framework bundle. The host view must be in a window while the banner is
-/// shown. Main thread only.
+/// framework bundle. Main thread only.
 class QXDAlertView : public platform::View {
 public:
     using HideHandler = std::function<void()>;

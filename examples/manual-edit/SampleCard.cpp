@@ -45,7 +45,7 @@ QImage uprightPage() {
     small.setPixelSize(16);
     painter.setFont(small);
     painter.drawText(QRectF(sheet.left() + 36, sheet.top() + 86, 380, 24),
-                     QStringLiteral("This side up. Turn right once to read it."));
+                     QStringLiteral("Upright when the arrow points up."));
 
     // Body text as grey bars of varying length.
     const QColor ink(0x9a, 0x9e, 0xa6);

@@ -38,6 +38,7 @@ constexpr QSize kWindowSize(375, 667);
 
 void print(const QString& line) {
     std::fputs(qPrintable(line + u'\n'), stdout);
+    std::fflush(stdout);
 }
 
 void printError(const QString& line) {
@@ -45,6 +46,10 @@ void printError(const QString& line) {
 }
 
 bool hasDisplay() {
+    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    if (platform == "offscreen" || platform == "minimal") {
+        return false;
+    }
     return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
 }
 

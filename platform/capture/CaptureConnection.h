@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/capture/CaptureInput.h"
+#include "platform/capture/CaptureTypes.h"
 
 #include <memory>
 #include <mutex>
@@ -26,7 +27,7 @@ public:
         bool videoStabilization = false;
         std::vector<int> videoStabilizationModes;  ///< besides off
         double videoMaxScaleAndCropFactor = 1.0;
-        int initialVideoOrientation = 3;  ///< landscape right: the sensor's
+        int initialVideoOrientation = video_orientation::kLandscapeRight;  ///< the sensor's
         bool initiallyMirrored = false;
     };
 

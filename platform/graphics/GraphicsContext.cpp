@@ -138,6 +138,19 @@ void endImageContext() {
     }
 }
 
+std::shared_ptr<Image> endImageContextWithImage() {
+    auto& contexts = stack();
+    if (contexts.empty() || !contexts.back().image) {
+        return nullptr;
+    }
+    const std::unique_ptr<ImageContext> context = std::move(contexts.back().image);
+    contexts.pop_back();
+    context->painter.end();
+    // The context's image lets go of the pixels with the context, leaving
+    // this one as their only user.
+    return Image::withCGImage(context->image, context->scale);
+}
+
 void setMainScreenScaleForImageContexts(double scale) {
     if (scale > 0.0) {
         mainScreenScale.store(scale);

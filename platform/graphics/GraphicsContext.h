@@ -54,6 +54,13 @@ std::shared_ptr<Image> imageFromCurrentImageContext();
 /// nothing.
 void endImageContext();
 
+/// Ends the current image context and returns its pixels, with its scale, as
+/// an image. Nothing can draw into them any more, so they are handed over
+/// without a copy: the cheap way to take an image and close its context.
+/// Null, with nothing ended, when the current context is not an image
+/// context.
+std::shared_ptr<Image> endImageContextWithImage();
+
 /// The scale image contexts use for a scale of 0. It starts at 1.0; the views
 /// layer sets it from the main screen. Thread-safe.
 void setMainScreenScaleForImageContexts(double scale);

@@ -19,8 +19,10 @@ namespace lo = platform::layout;
 // While frames are written from a solution, those changes must not mark the
 // solution stale again.
 thread_local bool tlsApplying = false;
-// The engine of the pass in progress, so that layoutSubviews can read it.
+// The engine of the pass in progress, so that layoutSubviews can read it,
+// and the root it lays out.
 thread_local LayoutEngine* tlsCurrent = nullptr;
+thread_local const View* tlsCurrentRoot = nullptr;
 
 struct ViewVariables {
     lo::Variable left;
@@ -259,15 +261,25 @@ void LayoutEngine::layout(View& root) {
     root.updateConstraintsIfNeeded();
     auto* window = dynamic_cast<Window*>(&root);
     LayoutEngine detached;
-    LayoutEngine& engine = window != nullptr ? window->layoutEngine() : detached;
+    // A tree without a window is solved afresh on every pass, except for a
+    // pass started from inside one of its own (a layoutSubviews that lays out
+    // a subview): that one keeps the outer pass's solution instead of
+    // solving, and re-entering, forever.
+    const bool nested = tlsCurrent != nullptr && tlsCurrentRoot == &root;
+    LayoutEngine& engine = window != nullptr ? window->layoutEngine()
+                           : nested          ? *tlsCurrent
+                                             : detached;
     if (engine._needsSolve) {
         engine.solve(root);
         markAllNeedLayout(root);
     }
     LayoutEngine* previous = tlsCurrent;
+    const View* previousRoot = tlsCurrentRoot;
     tlsCurrent = &engine;
+    tlsCurrentRoot = &root;
     layoutTree(root);
     tlsCurrent = previous;
+    tlsCurrentRoot = previousRoot;
 }
 
 void LayoutEngine::applyFrames(View& view) {

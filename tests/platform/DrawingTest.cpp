@@ -176,6 +176,27 @@ TEST_F(DrawingTest, ContextStackNestsImageAndBorrowedContexts) {
     EXPECT_EQ(at(image->cgImage(), 2, 2).alpha(), 0);
 }
 
+TEST_F(DrawingTest, EndingAContextWithItsImageHandsThePixelsOver) {
+    EXPECT_EQ(platform::endImageContextWithImage(), nullptr) << "no context";
+    platform::beginImageContext({6, 4}, false, 2.0);
+    QPainter* outer = platform::currentContext();
+    platform::beginImageContext({3, 2}, false, 1.0);
+    platform::currentContext()->fillRect(QRectF(0, 0, 1, 1), Qt::red);
+    const auto inner = platform::endImageContextWithImage();
+    EXPECT_EQ(platform::currentContext(), outer) << "only the image context ended";
+    ASSERT_NE(inner, nullptr);
+    EXPECT_EQ(inner->scale(), 1.0);
+    EXPECT_EQ(inner->cgImage().size(), QSize(3, 2));
+    EXPECT_EQ(at(inner->cgImage(), 0, 0), QColor(Qt::red));
+    EXPECT_EQ(at(inner->cgImage(), 2, 1).alpha(), 0);
+
+    const auto image = platform::endImageContextWithImage();
+    EXPECT_EQ(platform::currentContext(), nullptr);
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->size(), QSizeF(6, 4));
+    EXPECT_EQ(image->cgImage().size(), QSize(12, 8));
+}
+
 TEST_F(DrawingTest, ScaleZeroMeansTheMainScreensScale) {
     const double saved = platform::mainScreenScaleForImageContexts();
     EXPECT_EQ(saved, 1.0);

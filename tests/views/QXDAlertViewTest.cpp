@@ -202,6 +202,16 @@ TEST_F(QXDAlertViewTest, WithoutADismissTimeItStaysAndLogsNullTexts) {
     EXPECT_EQ(alert->superview(), host);
 }
 
+TEST_F(QXDAlertViewTest, ShowsOverAHostOutsideAWindowToo) {
+    const auto alone = View::create(QRectF(0, 0, kHostWidth, kHostHeight));
+    const auto alert = makeAlert();
+    ASSERT_NE(alert, nullptr);
+    alert->showInView(alone);
+    RunLoop::main().advance(0.5);
+    EXPECT_EQ(alert->frame().topLeft(), QPointF(20, 40));
+    EXPECT_EQ(alert->contentView()->alpha(), 1.0);
+}
+
 TEST(UIViewNSLayoutContraint, TheSuperviewsConstraintWinsOverTheViewsOwn) {
     const auto parent = View::create();
     const auto child = View::create();

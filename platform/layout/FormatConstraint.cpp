@@ -2,8 +2,6 @@
 
 namespace platform::layout {
 
-namespace {
-
 QString attributeName(LayoutAttribute attribute) {
     switch (attribute) {
         case LayoutAttribute::NotAnAttribute:
@@ -31,6 +29,8 @@ QString attributeName(LayoutAttribute attribute) {
     }
     return QStringLiteral("?");
 }
+
+namespace {
 
 QString relationName(Relation relation) {
     switch (relation) {

@@ -26,6 +26,9 @@ enum class LayoutAttribute {
     CenterY = 10,
 };
 
+/// The attribute's name as formats and descriptions print it ("centerX").
+QString attributeName(LayoutAttribute attribute);
+
 /// Options of a visual format, numbered as the platform numbers them: an
 /// alignment bit is `1 << attribute`, the direction sits in bits 16 and 17.
 enum FormatOption : unsigned {

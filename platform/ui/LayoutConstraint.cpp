@@ -10,34 +10,6 @@
 namespace platform {
 namespace {
 
-QString attributeName(LayoutAttribute attribute) {
-    switch (attribute) {
-        case LayoutAttribute::Left:
-            return QStringLiteral("left");
-        case LayoutAttribute::Right:
-            return QStringLiteral("right");
-        case LayoutAttribute::Top:
-            return QStringLiteral("top");
-        case LayoutAttribute::Bottom:
-            return QStringLiteral("bottom");
-        case LayoutAttribute::Leading:
-            return QStringLiteral("leading");
-        case LayoutAttribute::Trailing:
-            return QStringLiteral("trailing");
-        case LayoutAttribute::Width:
-            return QStringLiteral("width");
-        case LayoutAttribute::Height:
-            return QStringLiteral("height");
-        case LayoutAttribute::CenterX:
-            return QStringLiteral("centerX");
-        case LayoutAttribute::CenterY:
-            return QStringLiteral("centerY");
-        case LayoutAttribute::NotAnAttribute:
-            break;
-    }
-    return QStringLiteral("notAnAttribute");
-}
-
 // The nearest view that both items belong to: where an activated
 // constraint is held.
 ViewPtr commonAncestor(const ViewPtr& a, const ViewPtr& b) {
@@ -97,7 +69,9 @@ void LayoutConstraint::setPriority(float priority) {
     }
 }
 
-bool LayoutConstraint::isActive() const { return !_owner.expired(); }
+bool LayoutConstraint::isActive() const {
+    return !_owner.expired();
+}
 
 void LayoutConstraint::setActive(bool active) {
     if (active == isActive()) {
@@ -156,16 +130,16 @@ std::vector<std::shared_ptr<LayoutConstraint>> LayoutConstraint::constraintsWith
         if (!first) {
             continue;
         }
-        auto c = create(first, static_cast<LayoutAttribute>(d.firstAttribute),
-                        static_cast<LayoutRelation>(d.relation), resolve(d.secondItem),
-                        static_cast<LayoutAttribute>(d.secondAttribute), d.multiplier, d.constant);
+        auto c = create(first, d.firstAttribute, static_cast<LayoutRelation>(d.relation),
+                        resolve(d.secondItem), d.secondAttribute, d.multiplier, d.constant);
         c->_priority = static_cast<float>(d.priority);
         result.push_back(std::move(c));
     }
     return result;
 }
 
-void LayoutConstraint::activateConstraints(const std::vector<std::shared_ptr<LayoutConstraint>>& list) {
+void LayoutConstraint::activateConstraints(
+    const std::vector<std::shared_ptr<LayoutConstraint>>& list) {
     for (const auto& c : list) {
         c->setActive(true);
     }
@@ -180,22 +154,24 @@ void LayoutConstraint::deactivateConstraints(
 
 QString LayoutConstraint::description() const {
     auto name = [](const ViewPtr& v) {
-        return v ? QStringLiteral("%1(%2)").arg(v->typeName()).arg(
-                       reinterpret_cast<quintptr>(v.get()), 0, 16)
+        return v ? QStringLiteral("%1(%2)")
+                       .arg(v->typeName())
+                       .arg(reinterpret_cast<quintptr>(v.get()), 0, 16)
                  : QStringLiteral("nil");
     };
-    const QString relation = _relation == LayoutRelation::Equal            ? QStringLiteral("==")
+    const QString relation = _relation == LayoutRelation::Equal             ? QStringLiteral("==")
                              : _relation == LayoutRelation::LessThanOrEqual ? QStringLiteral("<=")
                                                                             : QStringLiteral(">=");
-    QString text = QStringLiteral("%1.%2 %3 ").arg(name(firstItem()), attributeName(_firstAttribute),
-                                                  relation);
+    QString text = QStringLiteral("%1.%2 %3 ")
+                       .arg(name(firstItem()), layout::attributeName(_firstAttribute), relation);
     if (auto second = secondItem()) {
-        text += QStringLiteral("%1.%2").arg(name(second), attributeName(_secondAttribute));
+        text += QStringLiteral("%1.%2").arg(name(second), layout::attributeName(_secondAttribute));
         if (_multiplier != 1.0) {
             text += QStringLiteral(" * %1").arg(_multiplier);
         }
         if (_constant != 0.0) {
-            text += QStringLiteral(" %1 %2").arg(_constant < 0 ? u'-' : u'+').arg(std::abs(_constant));
+            text +=
+                QStringLiteral(" %1 %2").arg(_constant < 0 ? u'-' : u'+').arg(std::abs(_constant));
         }
     } else {
         text += QString::number(_constant);

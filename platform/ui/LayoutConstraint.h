@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/layout/VisualFormat.h"
+
 #include <QString>
 #include <QVariantMap>
 
@@ -12,20 +14,9 @@ namespace platform {
 class View;
 using ViewPtr = std::shared_ptr<View>;
 
-/// The platform's layout attributes, with its numbers.
-enum class LayoutAttribute {
-    NotAnAttribute = 0,
-    Left = 1,
-    Right = 2,
-    Top = 3,
-    Bottom = 4,
-    Leading = 5,
-    Trailing = 6,
-    Width = 7,
-    Height = 8,
-    CenterX = 9,
-    CenterY = 10,
-};
+/// The platform's layout attributes, with its numbers (shared with the
+/// visual-format parser).
+using LayoutAttribute = layout::LayoutAttribute;
 
 enum class LayoutRelation { LessThanOrEqual = -1, Equal = 0, GreaterThanOrEqual = 1 };
 

@@ -18,8 +18,10 @@
 namespace {
 
 struct NoOpDelegate : QXDCameraDelegate {
+    benchmark::IterationCount frames = 0;
     void cameraDidCaptureVideoSample(QXDCamera&, const QImage& image) override {
         benchmark::DoNotOptimize(image.constBits());
+        ++frames;
     }
 };
 
@@ -34,7 +36,7 @@ struct FramePool {
         auto pool = platform::PixelBufferPool::create({width, height, format, 0});
         for (std::size_t i = 0; i < kPoolSize; ++i) {
             auto buffer = pool->createPixelBuffer();
-            std::memset(buffer->baseAddressOfPlane(0), 0x80, buffer->dataSize() / 2);
+            std::memset(buffer->planeData(0), 0x80, buffer->dataSize());
             samples.push_back(std::make_shared<platform::SampleBuffer>(
                 buffer, platform::MediaTime{static_cast<std::int64_t>(i), 30}));
         }
@@ -53,6 +55,9 @@ void engineFrames(benchmark::State& state, std::uint32_t format) {
         camera->captureOutputDidOutputSampleBuffer(nullptr, frames.samples[next], nullptr);
         next = (next + 1) % frames.samples.size();
     }
+    if (delegate->frames != state.iterations()) {
+        state.SkipWithError("the engine dropped frames");
+    }
     platform::CameraAvailability::setOverride(std::nullopt);
 }
 
@@ -65,20 +70,36 @@ void BM_EngineFrame420f(benchmark::State& state) {
 BENCHMARK(BM_EngineFrameBGRA)->Args({1280, 720})->Args({1920, 1080})->Args({3840, 2160});
 BENCHMARK(BM_EngineFrame420f)->Args({1280, 720})->Args({1920, 1080})->Args({3840, 2160});
 
-void BM_ColdCopyBGRA(benchmark::State& state) {
+void coldCopies(benchmark::State& state, std::uint32_t format) {
     const int width = static_cast<int>(state.range(0));
     const int height = static_cast<int>(state.range(1));
-    FramePool frames(width, height, platform::pixel_format::k32BGRA);
+    FramePool frames(width, height, format);
     std::vector<unsigned char> target(frames.samples[0]->imageBuffer()->dataSize());
     std::size_t next = 0;
     for (auto _ : state) {
         const auto& buffer = frames.samples[next]->imageBuffer();
-        std::memcpy(target.data(), buffer->baseAddressOfPlane(0), buffer->dataSize());
+        std::memcpy(target.data(), buffer->planeData(0), buffer->dataSize());
         benchmark::ClobberMemory();
         next = (next + 1) % frames.samples.size();
     }
 }
-BENCHMARK(BM_ColdCopyBGRA)->Args({3840, 2160})->Unit(benchmark::kMicrosecond);
+
+void BM_ColdCopyBGRA(benchmark::State& state) {
+    coldCopies(state, platform::pixel_format::k32BGRA);
+}
+void BM_ColdCopy420f(benchmark::State& state) {
+    coldCopies(state, platform::pixel_format::k420YpCbCr8BiPlanarFullRange);
+}
+BENCHMARK(BM_ColdCopyBGRA)
+    ->Args({1280, 720})
+    ->Args({1920, 1080})
+    ->Args({3840, 2160})
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ColdCopy420f)
+    ->Args({1280, 720})
+    ->Args({1920, 1080})
+    ->Args({3840, 2160})
+    ->Unit(benchmark::kMicrosecond);
 
 const bool kGoals =
     bench::declareRatio("BM_EngineFrameBGRA/3840/2160", "BM_ColdCopyBGRA/3840/2160", 0.01) &&

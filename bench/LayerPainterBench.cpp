@@ -22,12 +22,13 @@ constexpr int kIcon = 64;
 struct Scene {
     QImage preview;
     QImage icon;
-    QPolygonF polygon{{QPointF(400, 200), QPointF(1500, 240), QPointF(1450, 900),
-                       QPointF(450, 860)}};
+    QPolygonF polygon{
+        {QPointF(400, 200), QPointF(1500, 240), QPointF(1450, 900), QPointF(450, 860)}};
     std::vector<QRectF> bars{{0, 0, kWidth, 120}, {0, 420, kWidth, 240}, {0, 960, kWidth, 120}};
 
-    Scene() : preview(kWidth, kHeight, QImage::Format_ARGB32_Premultiplied),
-              icon(kIcon, kIcon, QImage::Format_ARGB32_Premultiplied) {
+    Scene()
+        : preview(kWidth, kHeight, QImage::Format_ARGB32_Premultiplied),
+          icon(kIcon, kIcon, QImage::Format_ARGB32_Premultiplied) {
         for (int y = 0; y < kHeight; ++y) {
             auto* row = reinterpret_cast<QRgb*>(preview.scanLine(y));
             for (int x = 0; x < kWidth; ++x) {

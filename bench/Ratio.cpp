@@ -57,7 +57,7 @@ void RatioReporter::Finalize() {
         const double value = subject / reference;
         const bool ok = value < ratio.goal;
         _missed += ok ? 0 : 1;
-        std::printf("ratio %s / %s = %.3f (goal < %.2f): %s\n", ratio.subject.c_str(),
+        std::printf("ratio %s / %s = %.3g (goal < %.2f): %s\n", ratio.subject.c_str(),
                     ratio.reference.c_str(), value, ratio.goal, ok ? "ok" : "MISSED");
     }
     for (const auto& [subject, limit] : limits()) {

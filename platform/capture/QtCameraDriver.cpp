@@ -382,7 +382,7 @@ void QtCameraDriver::ensureCamera() {
         _videoSink, &QVideoSink::videoFrameChanged, context,
         [weak](const QVideoFrame& frame) {
             if (auto driver = weak.lock()) {
-                driver->onFrame(frame);
+                driver->handleVideoFrame(frame);
             }
         },
         Qt::DirectConnection);
@@ -519,7 +519,7 @@ void QtCameraDriver::requestSize(const QSize& size) {
     });
 }
 
-void QtCameraDriver::onFrame(const QVideoFrame& frame) {
+void QtCameraDriver::handleVideoFrame(const QVideoFrame& frame) {
     if (!frame.isValid() || _framesInFlight.load() >= kMaxFramesInFlight) {
         return;
     }

@@ -91,6 +91,10 @@ public:
     void handleCameraError(const QString& message);
     /// The list of video inputs changed: gone unless it still lists this one.
     void handleVideoInputsChanged(const QList<QCameraDevice>& inputs);
+    /// A frame from the camera's video sink; any thread. Delivered to the
+    /// stream's sink on the driver's queue, or dropped while two frames are
+    /// still waiting there.
+    void handleVideoFrame(const QVideoFrame& frame);
 
     // CaptureDeviceDriver
     QString uniqueID() const override { return _description.id; }
@@ -112,7 +116,6 @@ private:
     void ensureCamera();
     void applyToCamera();
     void requestSize(const QSize& size);
-    void onFrame(const QVideoFrame& frame);
     void deliver(const QVideoFrame& frame);
     void startStillCaptures();
     void finishStill(int id, StillResult result);

@@ -310,7 +310,7 @@ bool VirtualCamera::tick(std::uint64_t tick) {
     if (layout.sensorSize.isEmpty()) {
         return true;
     }
-    const SampleBufferPtr sample = makeFrame(tick, layout);
+    const SampleBufferPtr sample = renderFrame(tick, layout);
     if (!sample) {
         return true;  // every buffer is still out: this frame is skipped
     }
@@ -322,7 +322,7 @@ bool VirtualCamera::tick(std::uint64_t tick) {
     return true;
 }
 
-SampleBufferPtr VirtualCamera::makeFrame(std::uint64_t tick, const FrameLayout& layout) {
+SampleBufferPtr VirtualCamera::renderFrame(std::uint64_t tick, const FrameLayout& layout) {
     const MediaTime time{static_cast<qint64>(tick),
                          static_cast<qint32>(std::max(1.0, std::round(_config.frameRate)))};
     const virtual_scene::Look look = lookAt(tick);

@@ -106,6 +106,10 @@ public:
     /// Loses the device now, as a cable pulled mid-stream.
     void disconnect();
     std::uint64_t deliveredFrameCount() const { return _delivered.load(); }
+    /// Frame `tick` in `layout` as the stream makes it, on the calling thread
+    /// and without delivering it: the frame's pixels are the stream's for the
+    /// same tick, settings and seed. Null when every pooled buffer is out.
+    SampleBufferPtr renderFrame(std::uint64_t tick, const FrameLayout& layout);
 
     // CaptureDeviceDriver
     QString uniqueID() const override { return _config.uniqueID; }
@@ -128,7 +132,6 @@ private:
     enum class Lens { Defocused, Focusing, Focused };
 
     bool tick(std::uint64_t tick);
-    SampleBufferPtr makeFrame(std::uint64_t tick, const FrameLayout& layout);
     virtual_scene::Look lookAt(std::uint64_t tick);
     std::shared_ptr<const virtual_scene::PreparedScene> sceneFor(const FrameLayout& layout,
                                                                  const virtual_scene::Look& look);

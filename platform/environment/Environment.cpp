@@ -16,7 +16,9 @@ void Device::setOrientation(int orientation) {
     }
 }
 
-void Device::beginGeneratingDeviceOrientationNotifications() { ++_generating; }
+void Device::beginGeneratingDeviceOrientationNotifications() {
+    ++_generating;
+}
 
 void Device::endGeneratingDeviceOrientationNotifications() {
     int current = _generating.load();

@@ -26,6 +26,8 @@ void BackdropLayer::applyBackdrop(QPainter& painter, const QRectF& bounds) const
     }
 }
 
-QString BackdropLayer::typeName() const { return QStringLiteral("BackdropLayer"); }
+QString BackdropLayer::typeName() const {
+    return QStringLiteral("BackdropLayer");
+}
 
 }  // namespace platform

@@ -16,7 +16,8 @@ namespace {
 // scales about it, and the result sits at the position.
 QTransform layerToSuperlayer(const LayerState& state) {
     const QSizeF size = state.bounds.size();
-    const QPointF anchor(state.anchorPoint.x() * size.width(), state.anchorPoint.y() * size.height());
+    const QPointF anchor(state.anchorPoint.x() * size.width(),
+                         state.anchorPoint.y() * size.height());
     return QTransform::fromTranslate(-state.bounds.x() - anchor.x(),
                                      -state.bounds.y() - anchor.y()) *
            state.transform * QTransform::fromTranslate(state.position.x(), state.position.y());

@@ -93,9 +93,8 @@ private:
         auto& stored = _variables.emplace(&view, vars).first->second;
         const bool pinned = &view == &_root || view.translatesAutoresizingMaskIntoConstraints();
         if (pinned) {
-            const QRectF rect = &view == &_root
-                                    ? QRectF(QPointF(0, 0), view.bounds().size())
-                                    : view.convertRectToView(view.bounds(), &_root);
+            const QRectF rect = &view == &_root ? QRectF(QPointF(0, 0), view.bounds().size())
+                                                : view.convertRectToView(view.bounds(), &_root);
             addRequired(lo::Expression(stored.left) == rect.x());
             addRequired(lo::Expression(stored.top) == rect.y());
             addRequired(lo::Expression(stored.width) == rect.width());
@@ -145,7 +144,7 @@ private:
             second && c.secondAttribute() != LayoutAttribute::NotAnAttribute) {
             rhs = attribute(*second, c.secondAttribute()) * c.multiplier() + c.constant();
         }
-        lo::Constraint constraint = c.relation() == LayoutRelation::Equal  ? lhs == rhs
+        lo::Constraint constraint = c.relation() == LayoutRelation::Equal             ? lhs == rhs
                                     : c.relation() == LayoutRelation::LessThanOrEqual ? lhs <= rhs
                                                                                       : lhs >= rhs;
         addAt(constraint, c.priority(), c.description());

@@ -62,12 +62,12 @@ QRectF autoresized(const QRectF& frame, unsigned mask, const QSizeF& oldSize,
         return std::pair{origin + share(flexStart, origin), size + share(flexSize, size)};
     };
     using namespace autoresizing;
-    const auto [x, w] = axis(frame.x(), frame.width(), oldSize.width(), newSize.width(),
-                             mask & kFlexibleLeftMargin, mask & kFlexibleWidth,
-                             mask & kFlexibleRightMargin);
-    const auto [y, h] = axis(frame.y(), frame.height(), oldSize.height(), newSize.height(),
-                             mask & kFlexibleTopMargin, mask & kFlexibleHeight,
-                             mask & kFlexibleBottomMargin);
+    const auto [x, w] =
+        axis(frame.x(), frame.width(), oldSize.width(), newSize.width(), mask & kFlexibleLeftMargin,
+             mask & kFlexibleWidth, mask & kFlexibleRightMargin);
+    const auto [y, h] =
+        axis(frame.y(), frame.height(), oldSize.height(), newSize.height(),
+             mask & kFlexibleTopMargin, mask & kFlexibleHeight, mask & kFlexibleBottomMargin);
     return {x, y, w, h};
 }
 
@@ -80,7 +80,9 @@ QPointF Touch::locationInView(const View* target) const {
     return target->convertPointFromView(locationInWindow, nullptr);
 }
 
-ViewPtr View::create(const QRectF& frame) { return make<View>(frame); }
+ViewPtr View::create(const QRectF& frame) {
+    return make<View>(frame);
+}
 
 View::View(const QRectF& frame) : _initialFrame(frame) {}
 
@@ -92,17 +94,21 @@ View::~View() {
 
 void View::didCreate() {
     _layer = makeBackingLayer();
-    _layer->setDelegate(std::weak_ptr<LayerDelegate>(
-        std::static_pointer_cast<LayerDelegate>(shared_from_this())));
+    _layer->setDelegate(
+        std::weak_ptr<LayerDelegate>(std::static_pointer_cast<LayerDelegate>(shared_from_this())));
     Transaction::Scope quiet(true);
     _layer->setFrame(_initialFrame);
 }
 
-LayerPtr View::makeBackingLayer() { return Layer::create(); }
+LayerPtr View::makeBackingLayer() {
+    return Layer::create();
+}
 
 // --- Geometry and appearance ------------------------------------------------
 
-QRectF View::frame() const { return _layer->frame(); }
+QRectF View::frame() const {
+    return _layer->frame();
+}
 
 void View::setFrame(const QRectF& frame) {
     const QSizeF oldSize = bounds().size();
@@ -124,7 +130,9 @@ void View::setFrame(const QRectF& frame) {
     }
 }
 
-QRectF View::bounds() const { return _layer->bounds(); }
+QRectF View::bounds() const {
+    return _layer->bounds();
+}
 
 void View::setBounds(const QRectF& bounds) {
     const QRectF old = this->bounds();
@@ -146,32 +154,54 @@ void View::setBounds(const QRectF& bounds) {
     }
 }
 
-QPointF View::center() const { return _layer->position(); }
+QPointF View::center() const {
+    return _layer->position();
+}
 
 void View::setCenter(const QPointF& center) {
     _layer->setPosition(center);
     LayoutEngine::noteChange(*this);
 }
 
-QTransform View::transform() const { return _layer->affineTransform(); }
+QTransform View::transform() const {
+    return _layer->affineTransform();
+}
 
-void View::setTransform(const QTransform& transform) { _layer->setAffineTransform(transform); }
+void View::setTransform(const QTransform& transform) {
+    _layer->setAffineTransform(transform);
+}
 
-double View::alpha() const { return _layer->opacity(); }
+double View::alpha() const {
+    return _layer->opacity();
+}
 
-void View::setAlpha(double alpha) { _layer->setOpacity(std::clamp(alpha, 0.0, 1.0)); }
+void View::setAlpha(double alpha) {
+    _layer->setOpacity(std::clamp(alpha, 0.0, 1.0));
+}
 
-bool View::isHidden() const { return _layer->isHidden(); }
+bool View::isHidden() const {
+    return _layer->isHidden();
+}
 
-void View::setHidden(bool hidden) { _layer->setHidden(hidden); }
+void View::setHidden(bool hidden) {
+    _layer->setHidden(hidden);
+}
 
-QColor View::backgroundColor() const { return _layer->backgroundColor(); }
+QColor View::backgroundColor() const {
+    return _layer->backgroundColor();
+}
 
-void View::setBackgroundColor(const QColor& color) { _layer->setBackgroundColor(color); }
+void View::setBackgroundColor(const QColor& color) {
+    _layer->setBackgroundColor(color);
+}
 
-bool View::clipsToBounds() const { return _layer->masksToBounds(); }
+bool View::clipsToBounds() const {
+    return _layer->masksToBounds();
+}
 
-void View::setClipsToBounds(bool clips) { _layer->setMasksToBounds(clips); }
+void View::setClipsToBounds(bool clips) {
+    _layer->setMasksToBounds(clips);
+}
 
 void View::setContentMode(ContentMode mode) {
     _contentMode = mode;
@@ -180,7 +210,9 @@ void View::setContentMode(ContentMode mode) {
 
 // --- Hierarchy ----------------------------------------------------------------
 
-void View::addSubview(const ViewPtr& view) { insertSubview(view, _subviews.size()); }
+void View::addSubview(const ViewPtr& view) {
+    insertSubview(view, _subviews.size());
+}
 
 void View::insertSubview(const ViewPtr& view, std::size_t index) {
     if (!view || view.get() == this) {
@@ -202,7 +234,8 @@ void View::insertSubview(const ViewPtr& view, std::size_t index) {
     _subviews.insert(_subviews.begin() + static_cast<std::ptrdiff_t>(index), view);
     // Sublayers of views keep the views' order; other sublayers stay where
     // they are relative to them.
-    const Layer* above = index + 1 < _subviews.size() ? _subviews[index + 1]->layer().get() : nullptr;
+    const Layer* above =
+        index + 1 < _subviews.size() ? _subviews[index + 1]->layer().get() : nullptr;
     if (above != nullptr) {
         _layer->insertSublayerBelow(view->layer(), above);
     } else {
@@ -243,8 +276,7 @@ void View::insertSubviewAbove(const ViewPtr& view, const View* sibling) {
 void View::insertSubviewBelow(const ViewPtr& view, const View* sibling) {
     auto it = std::find_if(_subviews.begin(), _subviews.end(),
                            [sibling](const ViewPtr& v) { return v.get() == sibling; });
-    const auto index =
-        it == _subviews.end() ? 0 : static_cast<std::size_t>(it - _subviews.begin());
+    const auto index = it == _subviews.end() ? 0 : static_cast<std::size_t>(it - _subviews.begin());
     insertSubview(view, index);
 }
 
@@ -266,12 +298,14 @@ void View::detachFromSuperview(const std::shared_ptr<Window>& nextWindow) {
     std::erase(parent->_subviews, self);
     _layer->removeFromSuperlayer();
     // Constraints held by former ancestors that mention this subtree go with it.
-    for (View* ancestor = parent.get(); ancestor != nullptr; ancestor = ancestor->superview().get()) {
+    for (View* ancestor = parent.get(); ancestor != nullptr;
+         ancestor = ancestor->superview().get()) {
         std::erase_if(ancestor->_constraints, [this](const LayoutConstraintPtr& c) {
             auto first = c->firstItem();
             auto second = c->secondItem();
-            const bool involves = (first && (first.get() == this || first->isDescendantOfView(this))) ||
-                                  (second && (second.get() == this || second->isDescendantOfView(this)));
+            const bool involves =
+                (first && (first.get() == this || first->isDescendantOfView(this))) ||
+                (second && (second.get() == this || second->isDescendantOfView(this)));
             if (involves) {
                 c->_owner.reset();
             }
@@ -331,7 +365,9 @@ bool View::isDescendantOfView(const View* view) const {
     return false;
 }
 
-std::shared_ptr<Window> View::window() const { return _window.lock(); }
+std::shared_ptr<Window> View::window() const {
+    return _window.lock();
+}
 
 ViewPtr View::viewWithTag(int tag) {
     if (_tag == tag) {
@@ -361,7 +397,9 @@ void View::didMoveToWindow() {
 
 // --- Constraints --------------------------------------------------------------
 
-void View::setAutoresizingMask(unsigned mask) { _autoresizingMask = mask; }
+void View::setAutoresizingMask(unsigned mask) {
+    _autoresizingMask = mask;
+}
 
 void View::setTranslatesAutoresizingMaskIntoConstraints(bool translates) {
     _translatesMask = translates;
@@ -369,8 +407,8 @@ void View::setTranslatesAutoresizingMaskIntoConstraints(bool translates) {
 }
 
 void View::addConstraint(const LayoutConstraintPtr& constraint) {
-    if (!constraint || std::find(_constraints.begin(), _constraints.end(), constraint) !=
-                           _constraints.end()) {
+    if (!constraint ||
+        std::find(_constraints.begin(), _constraints.end(), constraint) != _constraints.end()) {
         return;
     }
     if (auto previous = constraint->owner(); previous && previous.get() != this) {
@@ -421,13 +459,21 @@ void View::updateConstraintsIfNeeded() {
     update(*this);
 }
 
-void View::updateConstraints() { _needsUpdateConstraints = false; }
+void View::updateConstraints() {
+    _needsUpdateConstraints = false;
+}
 
-QSizeF View::intrinsicContentSize() const { return {kNoIntrinsicMetric, kNoIntrinsicMetric}; }
+QSizeF View::intrinsicContentSize() const {
+    return {kNoIntrinsicMetric, kNoIntrinsicMetric};
+}
 
-void View::invalidateIntrinsicContentSize() { setNeedsUpdateConstraints(); }
+void View::invalidateIntrinsicContentSize() {
+    setNeedsUpdateConstraints();
+}
 
-float View::contentHuggingPriority(LayoutAxis axis) const { return _hugging[int(axis)]; }
+float View::contentHuggingPriority(LayoutAxis axis) const {
+    return _hugging[int(axis)];
+}
 
 void View::setContentHuggingPriority(float priority, LayoutAxis axis) {
     _hugging[int(axis)] = priority;
@@ -464,7 +510,9 @@ void View::layoutIfNeeded() {
     LayoutEngine::layout(*root);
 }
 
-void View::layoutSubviews() { LayoutEngine::applyFrames(*this); }
+void View::layoutSubviews() {
+    LayoutEngine::applyFrames(*this);
+}
 
 void View::sizeToFit() {
     const QSizeF size = sizeThatFits(bounds().size());
@@ -489,11 +537,15 @@ void View::setNeedsDisplay() {
 
 void View::drawRect(QPainter& /*context*/, const QRectF& /*rect*/) {}
 
-void View::drawLayer(Layer& /*layer*/, QPainter& context) { drawRect(context, bounds()); }
+void View::drawLayer(Layer& /*layer*/, QPainter& context) {
+    drawRect(context, bounds());
+}
 
 void View::layoutSublayersOfLayer(Layer& /*layer*/) {}
 
-bool View::layerDrawsContent(const Layer& /*layer*/) const { return drawsContent(); }
+bool View::layerDrawsContent(const Layer& /*layer*/) const {
+    return drawsContent();
+}
 
 std::optional<std::shared_ptr<Animation>> View::actionForLayer(Layer& layer, const QString& key) {
     // A view's layer animates only inside animation blocks.
@@ -538,7 +590,9 @@ ViewPtr View::hitTest(const QPointF& point) {
     return shared_from_this();
 }
 
-bool View::pointInside(const QPointF& point) const { return rect::contains(bounds(), point); }
+bool View::pointInside(const QPointF& point) const {
+    return rect::contains(bounds(), point);
+}
 
 bool View::gestureRecognizerShouldBegin(const GestureRecognizer& /*recognizer*/) const {
     return true;
@@ -602,8 +656,8 @@ void View::animate(double duration, double delay, unsigned options, const Animat
 }
 
 void View::animateWithSpring(double duration, double delay, double dampingRatio,
-                             double initialVelocity, unsigned options,
-                             const Animations& animations, Completion completion) {
+                             double initialVelocity, unsigned options, const Animations& animations,
+                             Completion completion) {
     ViewAnimationBlock::Parameters p;
     p.duration = duration;
     p.delay = delay;
@@ -618,11 +672,15 @@ void View::performWithoutAnimation(const Animations& changes) {
     ViewAnimationBlock::runWithoutAnimation(changes);
 }
 
-bool View::areAnimationsEnabled() { return true; }
+bool View::areAnimationsEnabled() {
+    return true;
+}
 
 // --- Debugging ------------------------------------------------------------------
 
-QString View::typeName() const { return QStringLiteral("View"); }
+QString View::typeName() const {
+    return QStringLiteral("View");
+}
 
 QString View::dump() const {
     QString out;

@@ -235,8 +235,7 @@ public:
     // every animation ran to its end, false when one was interrupted.
     using Animations = std::function<void()>;
     using Completion = std::function<void(bool finished)>;
-    static void animate(double duration, const Animations& animations,
-                        Completion completion = {});
+    static void animate(double duration, const Animations& animations, Completion completion = {});
     static void animate(double duration, double delay, unsigned options,
                         const Animations& animations, Completion completion = {});
     /// A spring with damping ratio (1 = no overshoot) and initial velocity (in

@@ -113,7 +113,9 @@ void ViewAnimationBlock::runWithoutAnimation(const std::function<void()>& change
     tlsBlocks.pop_back();
 }
 
-bool ViewAnimationBlock::isInsideBlock() { return !tlsBlocks.empty() && !tlsBlocks.back().disabled; }
+bool ViewAnimationBlock::isInsideBlock() {
+    return !tlsBlocks.empty() && !tlsBlocks.back().disabled;
+}
 
 std::shared_ptr<Animation> ViewAnimationBlock::actionFor(Layer& /*layer*/, const QString& key,
                                                          const QVariant& from) {

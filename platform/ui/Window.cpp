@@ -11,9 +11,12 @@
 
 namespace platform {
 
-std::shared_ptr<Window> Window::create(const QRectF& frame) { return make<Window>(frame); }
+std::shared_ptr<Window> Window::create(const QRectF& frame) {
+    return make<Window>(frame);
+}
 
-Window::Window(const QRectF& frame) : View(frame), _layoutEngine(std::make_unique<LayoutEngine>()) {}
+Window::Window(const QRectF& frame)
+    : View(frame), _layoutEngine(std::make_unique<LayoutEngine>()) {}
 
 Window::~Window() = default;
 
@@ -22,9 +25,13 @@ void Window::didCreate() {
     _window = std::static_pointer_cast<Window>(shared_from_this());
 }
 
-QString Window::typeName() const { return QStringLiteral("Window"); }
+QString Window::typeName() const {
+    return QStringLiteral("Window");
+}
 
-LayoutEngine& Window::layoutEngine() { return *_layoutEngine; }
+LayoutEngine& Window::layoutEngine() {
+    return *_layoutEngine;
+}
 
 void Window::setRootViewController(const std::shared_ptr<ViewController>& controller) {
     if (controller == _rootViewController) {
@@ -54,7 +61,9 @@ void Window::makeKeyAndVisible() {
     View::didMoveToWindow();
 }
 
-void Window::layoutIfNeededForHost() { layoutIfNeeded(); }
+void Window::layoutIfNeededForHost() {
+    layoutIfNeeded();
+}
 
 QImage Window::snapshot(double scale) {
     layoutIfNeeded();
@@ -127,7 +136,8 @@ void Window::sendTouch(Touch::Phase phase, const QPointF& locationInWindow) {
                 break;
         }
         const auto state = r->state();
-        if ((state == GestureRecognizer::State::Ended || state == GestureRecognizer::State::Began) &&
+        if ((state == GestureRecognizer::State::Ended ||
+             state == GestureRecognizer::State::Began) &&
             r->cancelsTouchesInView()) {
             recognized = true;
         }

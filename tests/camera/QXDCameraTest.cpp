@@ -45,14 +45,16 @@ public:
     void cameraDidCaptureVideoSample(QXDCamera&, const QImage& image) override {
         {
             std::lock_guard lock(mutex);
-            frames.push_back({image.size(), image.isNull(), platform::DispatchQueue::currentLabel()});
+            frames.push_back(
+                {image.size(), image.isNull(), platform::DispatchQueue::currentLabel()});
         }
         frameArrived.signal();
     }
     void cameraDidCaptureStillImage(QXDCamera&, const QImage& image) override {
         {
             std::lock_guard lock(mutex);
-            stills.push_back({image.size(), image.isNull(), platform::DispatchQueue::currentLabel()});
+            stills.push_back(
+                {image.size(), image.isNull(), platform::DispatchQueue::currentLabel()});
         }
         stillArrived.signal();
     }
@@ -131,7 +133,6 @@ protected:
         logLines.clear();
     }
 
-
     std::shared_ptr<platform::Bundle> bundle;
     QVariantMap savedInfo;
     std::unique_ptr<platform::log::ScopedSink> sink;
@@ -148,8 +149,8 @@ TEST_F(QXDCameraTest, AssemblesTheSessionWithThePresetTheDeviceAllows) {
     makeCamera(1, false);
     ASSERT_TRUE(camera->captureSession());
     EXPECT_EQ(camera->sessionPreset(), preset::k1920x1080);
-    EXPECT_TRUE(logs().contains(
-        QStringLiteral("QXDCameraController - Session preset set: AVCaptureSessionPreset1920x1080")));
+    EXPECT_TRUE(logs().contains(QStringLiteral(
+        "QXDCameraController - Session preset set: AVCaptureSessionPreset1920x1080")));
     EXPECT_EQ(camera->captureSession()->inputs().size(), 1u);
     EXPECT_EQ(camera->captureSession()->outputs().size(), 2u);
     EXPECT_EQ(camera->videoOrientation(), 5) << "a flat device's raw orientation is kept";
@@ -176,8 +177,8 @@ TEST_F(QXDCameraTest, AssemblesTheSessionWithThePresetTheDeviceAllows) {
 }
 
 TEST_F(QXDCameraTest, PreviewConnectionTakesTheStatusBarOrientation) {
-    for (const auto& [status, expected] : std::vector<std::pair<int, int>>{
-             {0, 1}, {1, 1}, {2, 2}, {3, 3}, {4, 4}}) {
+    for (const auto& [status, expected] :
+         std::vector<std::pair<int, int>>{{0, 1}, {1, 1}, {2, 2}, {3, 3}, {4, 4}}) {
         platform::Application::shared().setStatusBarOrientation(status);
         auto preview = platform::VideoPreviewLayer::create();
         makeCamera(1, false, preview);
@@ -326,7 +327,8 @@ TEST_F(QXDCameraTest, ConfigurationWrappersReportExactErrorsAndLogs) {
     expectError(0, "ErrorDomain", "Specified focus mode (1) is not supported by capture device.");
     expectError(1, "QXDCameraErrorDomain",
                 "Specified exposure mode (9) is not supported by capture device.");
-    expectError(2, "ErrorDomain", "Torch mode (1) is not available or supported by capture device.");
+    expectError(2, "ErrorDomain",
+                "Torch mode (1) is not available or supported by capture device.");
     EXPECT_FALSE(camera->canConfigureTorchMode(1));
     EXPECT_TRUE(camera->canConfigureExposureMode(1, false));
 }
@@ -377,9 +379,10 @@ TEST_F(QXDCameraTest, TorchLevelsGoThroughTheRightCall) {
     EXPECT_EQ(camera->deviceInput()->device()->torchMode(), 1);
     camera->configureTorchMode(1, 0.0f);
     drainSessionQueue();
-    EXPECT_EQ(logs(), (QStringList{QStringLiteral("QXDCameraController - Set torch level to 0.500000"),
-                                   QStringLiteral("QXDCameraController - Configured torch mode: 1"),
-                                   QStringLiteral("QXDCameraController - Set torch level to 0.000000")}));
+    EXPECT_EQ(logs(),
+              (QStringList{QStringLiteral("QXDCameraController - Set torch level to 0.500000"),
+                           QStringLiteral("QXDCameraController - Configured torch mode: 1"),
+                           QStringLiteral("QXDCameraController - Set torch level to 0.000000")}));
     ASSERT_EQ(delegate->failures.size(), 1u) << "level 0 is refused by the device";
     EXPECT_EQ(delegate->failures[0].error->domain(), platform::kAVFoundationErrorDomain);
 }

@@ -145,7 +145,8 @@ TEST_F(LayerPainterTest, PaintsThePresentationValueAtTheGivenTime) {
     EXPECT_EQ(at(paint(*root, {10, 10}, 0.0), 5, 5).alpha(), 255);
     EXPECT_NEAR(at(paint(*root, {10, 10}, 0.5), 5, 5).alpha(), 128, 2);
     EXPECT_NEAR(at(paint(*root, {10, 10}, 0.99), 5, 5).alpha(), 3, 1);
-    EXPECT_EQ(at(paint(*root, {10, 10}, 1.5), 5, 5).alpha(), 255) << "the model value after the end";
+    EXPECT_EQ(at(paint(*root, {10, 10}, 1.5), 5, 5).alpha(), 255)
+        << "the model value after the end";
 }
 
 TEST_F(LayerPainterTest, BackdropBlursOnlyWhatLiesBeneathIt) {

@@ -11,8 +11,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstdint>
 #include <future>
+#include <mutex>
 #include <vector>
 
 using namespace platform;
@@ -234,4 +236,131 @@ TEST(QtCameraDriver, ACameraErrorIsADisconnection) {
 
     driver->handleVideoInputsChanged({});  // already gone: nothing more happens
     EXPECT_NE(driver->captureStill({}).error, nullptr);
+}
+
+namespace {
+
+// Records the frames a stream delivers; can hold the stream's queue inside a
+// delivery until released, as a consumer that falls behind.
+class RecordingSink final : public CaptureStreamSink {
+public:
+    explicit RecordingSink(std::uint32_t format) : _format(format) {}
+
+    FrameLayout nextFrameLayout() override { return {QSize(32, 16), _format}; }
+    void streamDidOutputSampleBuffer(const SampleBufferPtr& sample, const FrameLayout&) override {
+        std::unique_lock lock(_mutex);
+        _samples.push_back(sample);
+        _changed.notify_all();
+        _changed.wait(lock, [this] { return !_holding; });
+    }
+    void streamDidFail(const ErrorPtr&) override {}
+
+    void hold() {
+        std::lock_guard lock(_mutex);
+        _holding = true;
+    }
+    void release() {
+        std::lock_guard lock(_mutex);
+        _holding = false;
+        _changed.notify_all();
+    }
+    bool waitFor(std::size_t count) {
+        std::unique_lock lock(_mutex);
+        return _changed.wait_for(lock, std::chrono::seconds(10),
+                                 [&] { return _samples.size() >= count; });
+    }
+    std::vector<SampleBufferPtr> samples() {
+        std::lock_guard lock(_mutex);
+        return _samples;
+    }
+
+private:
+    const std::uint32_t _format;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    bool _holding = false;
+    std::vector<SampleBufferPtr> _samples;
+};
+
+// A 32x16 NV12 frame of one grey level, stamped at `microseconds`.
+QVideoFrame greyNv12Frame(std::uint8_t luma, qint64 microseconds) {
+    QVideoFrame frame(QVideoFrameFormat(QSize(32, 16), QVideoFrameFormat::Format_NV12));
+    frame.map(QVideoFrame::WriteOnly);
+    std::fill_n(frame.bits(0), frame.mappedBytes(0), luma);
+    std::fill_n(frame.bits(1), frame.mappedBytes(1), std::uint8_t{128});
+    frame.unmap();
+    frame.setStartTime(microseconds);
+    return frame;
+}
+
+std::uint8_t firstByte(const SampleBufferPtr& sample) {
+    const auto& buffer = sample->imageBuffer();
+    buffer->lockBaseAddress(kPixelBufferLockReadOnly);
+    const std::uint8_t value = *static_cast<const std::uint8_t*>(buffer->baseAddress());
+    buffer->unlockBaseAddress(kPixelBufferLockReadOnly);
+    return value;
+}
+
+std::shared_ptr<QtCameraDriver> webcam() {
+    QtCameraDescription description;
+    description.id = QStringLiteral("usb-cam-2");
+    description.name = QStringLiteral("USB Camera");
+    description.videoResolutions = {{32, 16}};
+    return QtCameraDriver::create(description);
+}
+
+}  // namespace
+
+TEST(QtCameraDriver, SinkFramesArriveInOrderAndLateOnesAreDropped) {
+    const auto driver = webcam();
+    auto sink = std::make_shared<RecordingSink>(pixel_format::k420YpCbCr8BiPlanarFullRange);
+    ASSERT_EQ(driver->startStreaming(sink), nullptr);
+
+    driver->handleVideoFrame(QVideoFrame());  // an empty frame is no frame
+    for (int i = 0; i < 2; ++i) {
+        driver->handleVideoFrame(greyNv12Frame(static_cast<std::uint8_t>(10 + i), 1000 * i));
+        ASSERT_TRUE(sink->waitFor(i + 1u));
+    }
+    // While the consumer holds the queue, one more frame may wait; the next
+    // is dropped rather than queued.
+    sink->hold();
+    driver->handleVideoFrame(greyNv12Frame(12, 2000));
+    ASSERT_TRUE(sink->waitFor(3));
+    driver->handleVideoFrame(greyNv12Frame(13, 3000));
+    driver->handleVideoFrame(greyNv12Frame(14, 4000));
+    sink->release();
+    ASSERT_TRUE(sink->waitFor(4));
+
+    driver->handleCameraError(QStringLiteral("Camera unplugged"));
+    driver->handleVideoFrame(greyNv12Frame(15, 5000));
+    driver->stopStreaming();
+
+    const auto samples = sink->samples();
+    ASSERT_EQ(samples.size(), 4u);
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        EXPECT_EQ(samples[i]->presentationTimeStamp().value, static_cast<qint64>(1000 * i));
+        EXPECT_EQ(samples[i]->imageBuffer()->pixelFormatType(),
+                  pixel_format::k420YpCbCr8BiPlanarFullRange)
+            << "NV12 frames are handed on as they came";
+        EXPECT_EQ(firstByte(samples[i]), 10 + i);
+    }
+}
+
+TEST(QtCameraDriver, Nv12FramesAreConvertedWhenTheOutputWantsBgra) {
+    const auto driver = webcam();
+    auto sink = std::make_shared<RecordingSink>(pixel_format::k32BGRA);
+    ASSERT_EQ(driver->startStreaming(sink), nullptr);
+    driver->handleVideoFrame(greyNv12Frame(200, 0));
+    ASSERT_TRUE(sink->waitFor(1));
+    driver->stopStreaming();
+
+    const auto& buffer = sink->samples()[0]->imageBuffer();
+    EXPECT_EQ(buffer->pixelFormatType(), pixel_format::k32BGRA);
+    EXPECT_EQ(buffer->width(), 32);
+    ASSERT_EQ(buffer->lockBaseAddress(kPixelBufferLockReadOnly), cv_return::kSuccess);
+    const auto* pixels = static_cast<const std::uint8_t*>(buffer->baseAddress());
+    const std::size_t last = buffer->bytesPerRow() * 15 + 4 * 31;
+    EXPECT_EQ((Bgra{pixels[last], pixels[last + 1], pixels[last + 2], pixels[last + 3]}),
+              (Bgra{200, 200, 200, 255}));
+    buffer->unlockBaseAddress(kPixelBufferLockReadOnly);
 }

@@ -1,6 +1,6 @@
 #include "platform/foundation/RunLoop.h"
-#include "platform/layout/VisualFormat.h"
 #include "platform/layers/Transaction.h"
+#include "platform/layout/VisualFormat.h"
 #include "platform/ui/LayoutConstraint.h"
 #include "platform/ui/View.h"
 #include "platform/ui/Window.h"
@@ -161,7 +161,8 @@ TEST_F(ViewsTest, BlockAnimationsCompleteWithFinishedFlags) {
     window->addSubview(view);
     std::vector<bool> results;
 
-    View::animate(0.3, [&] { view->setAlpha(0.0); }, [&](bool finished) { results.push_back(finished); });
+    View::animate(
+        0.3, [&] { view->setAlpha(0.0); }, [&](bool finished) { results.push_back(finished); });
     EXPECT_EQ(view->alpha(), 0.0) << "the model changes at once";
     platform::RunLoop::main().advance(0.15);
     EXPECT_NEAR(view->layer()->presentationState().opacity, 0.5, 0.1);
@@ -171,11 +172,19 @@ TEST_F(ViewsTest, BlockAnimationsCompleteWithFinishedFlags) {
 
     // A second animation of the same property interrupts the first.
     results.clear();
-    View::animate(1.0, [&] { view->setCenter({200, 200}); },
-                  [&](bool finished) { results.push_back(finished); });
+    View::animate(
+        1.0,
+        [&] {
+            view->setCenter({200, 200});
+        },
+        [&](bool finished) { results.push_back(finished); });
     platform::RunLoop::main().advance(0.1);
-    View::animate(0.2, [&] { view->setCenter({10, 10}); },
-                  [&](bool finished) { results.push_back(finished); });
+    View::animate(
+        0.2,
+        [&] {
+            view->setCenter({10, 10});
+        },
+        [&](bool finished) { results.push_back(finished); });
     platform::RunLoop::main().advance(1.5);
     ASSERT_EQ(results.size(), 2u);
     EXPECT_FALSE(results[0]) << "interrupted";
@@ -183,7 +192,8 @@ TEST_F(ViewsTest, BlockAnimationsCompleteWithFinishedFlags) {
 
     // A block that changes nothing still completes, on the next turn.
     results.clear();
-    View::animate(0.3, [] {}, [&](bool finished) { results.push_back(finished); });
+    View::animate(
+        0.3, [] {}, [&](bool finished) { results.push_back(finished); });
     EXPECT_TRUE(results.empty());
     platform::RunLoop::main().runPending();
     EXPECT_EQ(results, std::vector<bool>{true});
@@ -200,8 +210,9 @@ TEST_F(ViewsTest, SpringAnimatedConstraintConstantMovesTheView) {
 
     bool done = false;
     left->setConstant(200);
-    View::animateWithSpring(0.5, 0.0, 0.5, 0.0, 0, [&] { window->layoutIfNeeded(); },
-                            [&](bool finished) { done = finished; });
+    View::animateWithSpring(
+        0.5, 0.0, 0.5, 0.0, 0, [&] { window->layoutIfNeeded(); },
+        [&](bool finished) { done = finished; });
     EXPECT_EQ(knob->frame().x(), 200) << "the model frame is the solved one";
 
     auto shownX = [&] {

@@ -72,8 +72,9 @@ std::shared_ptr<QXDCamera> QXDCamera::create() {
 }
 
 std::shared_ptr<QXDCamera> QXDCamera::create(
-    const std::shared_ptr<platform::VideoPreviewLayer>& videoPreviewLayer, int captureDevicePosition,
-    bool allowsHighResolution, const std::weak_ptr<QXDCameraDelegate>& delegate) {
+    const std::shared_ptr<platform::VideoPreviewLayer>& videoPreviewLayer,
+    int captureDevicePosition, bool allowsHighResolution,
+    const std::weak_ptr<QXDCameraDelegate>& delegate) {
     std::shared_ptr<QXDCamera> camera(new QXDCamera());
     camera->init();
     camera->initWithVideoPreviewLayer(videoPreviewLayer, captureDevicePosition,
@@ -109,9 +110,9 @@ void QXDCamera::init() {
         platform::DispatchQueue::createSerial(QXDCameraVideoDataOutputQueueLabel);
 }
 
-void QXDCamera::initWithVideoPreviewLayer(
-    const std::shared_ptr<platform::VideoPreviewLayer>& layer, int position,
-    bool allowsHighResolution, const std::weak_ptr<QXDCameraDelegate>& delegate) {
+void QXDCamera::initWithVideoPreviewLayer(const std::shared_ptr<platform::VideoPreviewLayer>& layer,
+                                          int position, bool allowsHighResolution,
+                                          const std::weak_ptr<QXDCameraDelegate>& delegate) {
     _delegate = delegate;
     _videoPreviewLayer = layer;
     _devicePosition = position;
@@ -527,65 +528,64 @@ void QXDCamera::configureExposureMode(int mode) {
 
 void QXDCamera::configureModeWithPoint(bool exposure, int mode, const QPointF& point) {
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
-    configureDeviceWithActionHandler(
-        [weakSelf, exposure, mode, point](CaptureDevice& device, ErrorPtr* error) {
-            const bool pointSupported = exposure ? device.isExposurePointOfInterestSupported()
-                                                 : device.isFocusPointOfInterestSupported();
-            if (!pointSupported) {
-                if (error != nullptr) {
-                    *error = makeError(QStringLiteral("ErrorDomain"), kErrorCodeOther,
-                                       exposure ? QStringLiteral("Exposure point of interest is "
-                                                                 "not supported by capture device.")
-                                                : QStringLiteral("Focus point of interest is not "
-                                                                 "supported by capture device."));
-                }
-                return false;
-            }
-            QPointF devicePoint(0, 0);
-            if (auto self = weakSelf.lock(); self && self->_videoPreviewLayer) {
-                devicePoint = self->_videoPreviewLayer->captureDevicePointOfInterestForPoint(point);
-            }
-            const QPointF current =
-                exposure ? device.exposurePointOfInterest() : device.focusPointOfInterest();
-            if (current.x() != devicePoint.x() || current.y() != devicePoint.y()) {
-                if (exposure) {
-                    device.setExposurePointOfInterest(devicePoint);
-                } else {
-                    device.setFocusPointOfInterest(devicePoint);
-                }
-                QXD_LOG((exposure ? QStringLiteral("Configure exposure point of interest: ")
-                                  : QStringLiteral("Configure focus point of interest: ")) +
-                        QString::asprintf("x: %f y: %f", point.x(), point.y()));
-            }
-            const bool modeSupported =
-                exposure ? device.isExposureModeSupported(mode) : device.isFocusModeSupported(mode);
-            if (modeSupported) {
-                const int currentMode = exposure ? device.exposureMode() : device.focusMode();
-                if (currentMode != mode) {
-                    if (exposure) {
-                        device.setExposureMode(mode);
-                    } else {
-                        device.setFocusMode(mode);
-                    }
-                    QXD_LOG((exposure ? QStringLiteral("Configured exposure mode: ")
-                                      : QStringLiteral("Configured focus mode: ")) +
-                            QString::asprintf("%ld", static_cast<long>(mode)));
-                }
-                return true;
-            }
+    configureDeviceWithActionHandler([weakSelf, exposure, mode, point](CaptureDevice& device,
+                                                                       ErrorPtr* error) {
+        const bool pointSupported = exposure ? device.isExposurePointOfInterestSupported()
+                                             : device.isFocusPointOfInterestSupported();
+        if (!pointSupported) {
             if (error != nullptr) {
-                *error = exposure
-                             ? makeError(QStringLiteral("errorDomain"), kErrorCodeOther,
-                                         withMode("Specified exposure mode (%d) is not supported "
-                                                  "by capture device.",
-                                                  mode))
-                             : makeError(QStringLiteral("ErrorDomain"), kErrorCodeOther,
-                                         withMode("Specified focus mode (%d) is not supported by "
-                                                  "capture device.",
-                                                  mode));
+                *error = makeError(QStringLiteral("ErrorDomain"), kErrorCodeOther,
+                                   exposure ? QStringLiteral("Exposure point of interest is "
+                                                             "not supported by capture device.")
+                                            : QStringLiteral("Focus point of interest is not "
+                                                             "supported by capture device."));
             }
             return false;
-        });
+        }
+        QPointF devicePoint(0, 0);
+        if (auto self = weakSelf.lock(); self && self->_videoPreviewLayer) {
+            devicePoint = self->_videoPreviewLayer->captureDevicePointOfInterestForPoint(point);
+        }
+        const QPointF current =
+            exposure ? device.exposurePointOfInterest() : device.focusPointOfInterest();
+        if (current.x() != devicePoint.x() || current.y() != devicePoint.y()) {
+            if (exposure) {
+                device.setExposurePointOfInterest(devicePoint);
+            } else {
+                device.setFocusPointOfInterest(devicePoint);
+            }
+            QXD_LOG((exposure ? QStringLiteral("Configure exposure point of interest: ")
+                              : QStringLiteral("Configure focus point of interest: ")) +
+                    QString::asprintf("x: %f y: %f", point.x(), point.y()));
+        }
+        const bool modeSupported =
+            exposure ? device.isExposureModeSupported(mode) : device.isFocusModeSupported(mode);
+        if (modeSupported) {
+            const int currentMode = exposure ? device.exposureMode() : device.focusMode();
+            if (currentMode != mode) {
+                if (exposure) {
+                    device.setExposureMode(mode);
+                } else {
+                    device.setFocusMode(mode);
+                }
+                QXD_LOG((exposure ? QStringLiteral("Configured exposure mode: ")
+                                  : QStringLiteral("Configured focus mode: ")) +
+                        QString::asprintf("%ld", static_cast<long>(mode)));
+            }
+            return true;
+        }
+        if (error != nullptr) {
+            *error = exposure ? makeError(QStringLiteral("errorDomain"), kErrorCodeOther,
+                                          withMode("Specified exposure mode (%d) is not supported "
+                                                   "by capture device.",
+                                                   mode))
+                              : makeError(QStringLiteral("ErrorDomain"), kErrorCodeOther,
+                                          withMode("Specified focus mode (%d) is not supported by "
+                                                   "capture device.",
+                                                   mode));
+        }
+        return false;
+    });
 }
 
 void QXDCamera::configureExposureMode(int mode, const QPointF& exposurePointOfInterest) {
@@ -662,8 +662,9 @@ void QXDCamera::configureLowLightBoost(bool enabled) {
             return true;
         }
         if (error != nullptr) {
-            *error = makeError(QStringLiteral("ErrorDomain"), kErrorCodeOther,
-                               QStringLiteral("Low light boost is not supported by capture device."));
+            *error =
+                makeError(QStringLiteral("ErrorDomain"), kErrorCodeOther,
+                          QStringLiteral("Low light boost is not supported by capture device."));
         }
         return false;
     });
@@ -673,7 +674,8 @@ void QXDCamera::configureTorchMode(int mode, float torchLevel) {
     configureDeviceWithActionHandler([mode, torchLevel](CaptureDevice& device, ErrorPtr* error) {
         if (device.hasTorch() && device.isTorchAvailable() && device.isTorchModeSupported(mode)) {
             if (mode == platform::torch_mode::kOn && torchLevel >= 0.0f) {
-                QXD_LOG(QString::asprintf("Set torch level to %f", static_cast<double>(torchLevel)));
+                QXD_LOG(
+                    QString::asprintf("Set torch level to %f", static_cast<double>(torchLevel)));
                 return device.setTorchModeOnWithLevel(torchLevel, error);
             }
             device.setTorchMode(mode);
@@ -770,7 +772,8 @@ void QXDCamera::takePicture() {
 
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
     output->captureStillImageAsynchronously(
-        videoConnection, [weakSelf](const platform::SampleBufferPtr& sample, const ErrorPtr& error) {
+        videoConnection,
+        [weakSelf](const platform::SampleBufferPtr& sample, const ErrorPtr& error) {
             auto self = weakSelf.lock();
             if (!self) {
                 return;
@@ -780,8 +783,8 @@ void QXDCamera::takePicture() {
                 if (!receiver) {
                     return;
                 }
-                QVariantMap info{{QString::fromLatin1(platform::kLocalizedDescriptionKey),
-                                  description}};
+                QVariantMap info{
+                    {QString::fromLatin1(platform::kLocalizedDescriptionKey), description}};
                 if (underlying) {
                     info.insert(QString::fromLatin1(platform::kUnderlyingErrorKey),
                                 QVariant::fromValue(underlying));
@@ -864,7 +867,8 @@ void QXDCamera::deviceOrientationDidChange(const platform::Notification& /*notif
 void QXDCamera::setVideoOrientation(long orientation) {
     _videoOrientation = orientation;
     if (_videoDataOutput) {
-        if (auto connection = _videoDataOutput->connectionWithMediaType(platform::kMediaTypeVideo)) {
+        if (auto connection =
+                _videoDataOutput->connectionWithMediaType(platform::kMediaTypeVideo)) {
             connection->setVideoOrientation(static_cast<int>(orientation));
         }
     }

@@ -5,6 +5,7 @@
 #include "platform/capture/CaptureDevice.h"
 #include "platform/capture/CaptureInput.h"
 #include "platform/capture/CaptureSession.h"
+#include "platform/capture/StillImageOutput.h"
 #include "platform/capture/VideoDataOutput.h"
 #include "platform/capture/VideoPreviewLayer.h"
 #include "platform/capture/VirtualCamera.h"
@@ -18,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <mutex>
 #include <vector>
 
@@ -486,6 +488,185 @@ TEST_F(QXDCameraTest, PreviewFollowsOnlyTheOrientationsTheHostLists) {
     EXPECT_EQ(camera->currentDeviceOrientation(), 1) << "set only at creation";
     EXPECT_EQ(QXDCamera::deviceOrientationString(7),
               QStringLiteral("Invalid Interface Orientation"));
+}
+
+TEST_F(QXDCameraTest, CreationReportsInputAndFocusLockFailuresAndSetsContinuousFocus) {
+    makeCamera();
+    EXPECT_EQ(camera->deviceInput()->device()->focusMode(),
+              platform::focus_mode::kContinuousAutoFocus);
+    EXPECT_TRUE(delegate->failures.empty());
+
+    auto unopenable = VirtualCameraConfiguration::back();
+    unopenable.failures.openInput =
+        platform::Error::withDescription(QStringLiteral("Test"), 3, QStringLiteral("no access"));
+    auto unlockable = VirtualCameraConfiguration::front();
+    unlockable.capabilities.focusModes = {platform::focus_mode::kLocked,
+                                          platform::focus_mode::kContinuousAutoFocus};
+    unlockable.failures.lockForConfiguration =
+        platform::Error::withDescription(QStringLiteral("Test"), 7, QStringLiteral("busy"));
+    useCameras(unopenable, unlockable);
+    makeCamera(1);
+    EXPECT_FALSE(camera->deviceInput());
+    EXPECT_TRUE(camera->captureSession()->inputs().empty());
+    makeCamera(2);
+    EXPECT_EQ(camera->devicePosition(), 2) << "the input was added: no fall-back";
+    ASSERT_EQ(delegate->failures.size(), 2u);
+    ASSERT_TRUE(delegate->failures[0].error && delegate->failures[1].error);
+    EXPECT_EQ(delegate->failures[0].error->code(), 3) << "the input's own error";
+    EXPECT_EQ(delegate->failures[1].error->code(), 7) << "the focus lock's own error";
+}
+
+TEST_F(QXDCameraTest, PresetsFallBackToIFrameAndChangeOnTheSessionQueueWhileRunning) {
+    auto iframe = VirtualCameraConfiguration::back();
+    iframe.capabilities.sessionPresets = {preset::kPhoto, preset::kiFrame960x540};
+    useCameras(iframe, VirtualCameraConfiguration::front());
+    makeCamera();
+    EXPECT_EQ(camera->sessionPreset(), preset::kiFrame960x540);
+
+    useCameras(VirtualCameraConfiguration::back(), VirtualCameraConfiguration::front());
+    makeCamera();
+    camera->setSessionPreset(preset::k1280x720);
+    EXPECT_EQ(camera->sessionPreset(), preset::k1280x720) << "stopped: set at once";
+    camera->start();
+    drainSessionQueue();
+    camera->setSessionPreset(preset::kPhoto);
+    drainSessionQueue();
+    EXPECT_EQ(camera->sessionPreset(), preset::kPhoto) << "running: set on the session queue";
+    camera->stop();
+}
+
+TEST_F(QXDCameraTest, ConnectionSettingsFollowTheEngine) {
+    platform::Device::current().setOrientation(platform::device_orientation::kLandscapeLeft);
+    auto preview = platform::VideoPreviewLayer::create();
+    makeCamera(1, false, preview);
+    auto video = std::dynamic_pointer_cast<platform::VideoDataOutput>(
+        camera->captureSession()->outputs()[0]);
+    ASSERT_TRUE(video);
+    auto connection = video->connectionWithMediaType(platform::kMediaTypeVideo);
+    EXPECT_FALSE(connection->isVideoMirrored()) << "the back camera is not mirrored";
+    EXPECT_EQ(connection->preferredVideoStabilizationMode(),
+              platform::video_stabilization_mode::kOff);
+    EXPECT_EQ(connection->videoOrientation(), 3) << "the device orientation at creation";
+
+    camera->setVideoOrientation(4);
+    EXPECT_EQ(connection->videoOrientation(), 4);
+    EXPECT_EQ(preview->connection()->videoOrientation(), 4);
+    EXPECT_EQ(camera->videoOrientation(), 4);
+
+    camera->configureVideoStabilization(true);
+    camera->start();
+    camera->setDevicePosition(1);
+    video = std::dynamic_pointer_cast<platform::VideoDataOutput>(
+        camera->captureSession()->outputs()[0]);
+    connection = video->connectionWithMediaType(platform::kMediaTypeVideo);
+    EXPECT_EQ(connection->preferredVideoStabilizationMode(),
+              platform::video_stabilization_mode::kStandard)
+        << "applied when the outputs are rebuilt";
+    EXPECT_EQ(connection->videoOrientation(), 4);
+    camera->stop();
+
+    const QStringList names{QStringLiteral("UIInterfaceOrientationPortrait"),
+                            QStringLiteral("UIInterfaceOrientationPortraitUpsideDown"),
+                            QStringLiteral("UIInterfaceOrientationLandscapeLeft"),
+                            QStringLiteral("UIInterfaceOrientationLandscapeRight")};
+    for (long orientation = 1; orientation <= 4; ++orientation) {
+        EXPECT_EQ(QXDCamera::deviceOrientationString(orientation), names[orientation - 1]);
+        EXPECT_EQ(QXDCamera::avOrientationForDeviceOrientation(orientation), orientation);
+    }
+    EXPECT_EQ(QXDCamera::deviceOrientationString(0),
+              QStringLiteral("Invalid Interface Orientation"));
+}
+
+// Notes whether another capture was under way while a still was delivered.
+class StillWatcher : public RecordingDelegate {
+public:
+    void cameraDidCaptureStillImage(QXDCamera& camera, const QImage& image) override {
+        if (output && output->isCapturingStillImage()) {
+            ++overlapping;
+        }
+        RecordingDelegate::cameraDidCaptureStillImage(camera, image);
+    }
+
+    std::shared_ptr<platform::StillImageOutput> output;
+    std::atomic<int> overlapping{0};
+};
+
+TEST_F(QXDCameraTest, StillsTakeTheEnginesSettingsAndOneCaptureRunsAtATime) {
+    auto watcher = std::make_shared<StillWatcher>();
+    delegate = watcher;
+    makeCamera();
+    clearLogs();
+    camera->configureStillImageStabilization(true);
+    EXPECT_EQ(logs(), QStringList{QStringLiteral(
+                          "QXDCameraController - Configured still image stabilisation to: 1")});
+    watcher->output = std::dynamic_pointer_cast<platform::StillImageOutput>(
+        camera->captureSession()->outputs()[1]);
+    ASSERT_TRUE(watcher->output);
+    platform::Device::current().setOrientation(platform::device_orientation::kLandscapeRight);
+    camera->start();
+    drainSessionQueue();
+
+    // Completions run one after another on one thread, and a capture counts
+    // as under way from its request: had the second request been taken, it
+    // would be under way while the first still is delivered.
+    camera->takePicture();
+    camera->takePicture();
+    ASSERT_TRUE(delegate->stillArrived.waitFor(kWait));
+    EXPECT_EQ(watcher->overlapping.load(), 0);
+    const auto connection = watcher->output->connectionWithMediaType(platform::kMediaTypeVideo);
+    EXPECT_EQ(connection->videoOrientation(), 4) << "the raw device orientation";
+    EXPECT_EQ(connection->videoScaleAndCropFactor(), 1.0);
+    EXPECT_EQ(watcher->output->pixelFormat(), platform::pixel_format::k32BGRA);
+    EXPECT_TRUE(watcher->output->automaticallyEnablesStillImageStabilizationWhenAvailable());
+    camera->stop();
+    std::lock_guard lock(delegate->mutex);
+    ASSERT_EQ(delegate->stills.size(), 1u);
+    EXPECT_EQ(delegate->stills[0].size, QSize(4032, 3024)) << "a landscape still";
+}
+
+TEST_F(QXDCameraTest, EveryUnsupportedSettingNamesItselfAndHandlersMayFailWithoutError) {
+    auto bare = VirtualCameraConfiguration::front();
+    bare.capabilities.focusPointOfInterest = false;
+    bare.capabilities.exposureModes = {platform::exposure_mode::kLocked};
+    bare.capabilities.whiteBalanceModes = {platform::white_balance_mode::kLocked};
+    bare.capabilities.lowLightBoost = false;
+    useCameras(VirtualCameraConfiguration::back(), bare);
+    makeCamera(2);
+    EXPECT_FALSE(camera->canConfigureFocusMode(platform::focus_mode::kLocked, true));
+    EXPECT_TRUE(camera->canConfigureFocusMode(platform::focus_mode::kLocked, false));
+    EXPECT_FALSE(camera->canConfigureWhiteBalanceMode(2));
+    EXPECT_FALSE(camera->canConfigureLowLightBoost());
+
+    camera->configureFocusMode(0, QPointF(1, 1));
+    camera->configureExposureMode(2, QPointF(1, 1));
+    camera->configureFlashMode(1);
+    camera->configureWhiteBalanceMode(2);
+    camera->configureLowLightBoost(true);
+    camera->configureDeviceWithActionHandler(
+        [](platform::CaptureDevice&, platform::ErrorPtr*) { return false; });
+    drainSessionQueue();
+
+    const std::vector<std::pair<QString, QString>> expected{
+        {QStringLiteral("ErrorDomain"),
+         QStringLiteral("Focus point of interest is not supported by capture device.")},
+        {QStringLiteral("errorDomain"),
+         QStringLiteral("Specified exposure mode (2) is not supported by capture device.")},
+        {QStringLiteral("ErrorDomain"),
+         QStringLiteral("Specified flash mode (1) is not supported by capture device.")},
+        {QStringLiteral("ErrorDomain"),
+         QStringLiteral("Specified white balance (2) is not supported by capture device.")},
+        {QStringLiteral("ErrorDomain"),
+         QStringLiteral("Low light boost is not supported by capture device.")},
+    };
+    ASSERT_EQ(delegate->failures.size(), expected.size() + 1);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const auto& error = delegate->failures[i].error;
+        ASSERT_TRUE(error) << i;
+        EXPECT_EQ(error->domain(), expected[i].first);
+        EXPECT_EQ(error->code(), 404);
+        EXPECT_EQ(error->localizedDescription(), expected[i].second);
+    }
+    EXPECT_FALSE(delegate->failures.back().error) << "the handler filled in no error";
 }
 
 TEST_F(QXDCameraTest, AnEngineDestroyedWithWorkQueuedRunsNothingAfterwards) {

@@ -11,15 +11,9 @@
 namespace platform {
 namespace {
 
-// Runs task on the main thread and waits for it (directly when already there).
-template <typename Task>
-void onMainAndWait(Task task) {
+bool onMainThread() {
     auto* app = QCoreApplication::instance();
-    if (app == nullptr || QThread::currentThread() == app->thread()) {
-        task();
-    } else {
-        QMetaObject::invokeMethod(app, task, Qt::BlockingQueuedConnection);
-    }
+    return app == nullptr || QThread::currentThread() == app->thread();
 }
 
 }  // namespace
@@ -28,29 +22,73 @@ QtCameraSource::QtCameraSource() : QtCameraSource([] { return QMediaDevices::vid
 
 QtCameraSource::QtCameraSource(InputLister lister) : _lister(std::move(lister)) {}
 
+QtCameraSource::~QtCameraSource() = default;
+
+void QtCameraSource::LaterDelete::operator()(QObject* object) const {
+    if (object != nullptr) {
+        object->deleteLater();
+    }
+}
+
 std::vector<std::shared_ptr<CaptureDevice>> QtCameraSource::devices() {
-    std::vector<std::shared_ptr<CaptureDevice>> devices;
-    onMainAndWait([&] {
-        const QList<QCameraDevice> inputs = _lister();
+    if (onMainThread()) {
+        return refresh();
+    }
+    requestRefresh();
+    std::lock_guard lock(_mutex);
+    return _known;
+}
+
+std::vector<std::shared_ptr<CaptureDevice>> QtCameraSource::refresh() {
+    const QList<QCameraDevice> inputs = _lister();
+    std::lock_guard lock(_mutex);
+    _refreshRequested = false;
+    std::vector<std::shared_ptr<CaptureDevice>> known;
+    for (const QCameraDevice& input : inputs) {
+        const QString id = QString::fromUtf8(input.id());
+        auto same = std::find_if(_known.begin(), _known.end(), [&](const auto& device) {
+            return device->uniqueID() == id && device->isConnected();
+        });
+        known.push_back(
+            same != _known.end() ? *same : CaptureDevice::create(QtCameraDriver::create(input)));
+    }
+    _known = known;
+    return known;
+}
+
+void QtCameraSource::requestRefresh() {
+    auto* app = QCoreApplication::instance();
+    {
         std::lock_guard lock(_mutex);
-        std::vector<std::shared_ptr<CaptureDevice>> known;
-        for (const QCameraDevice& input : inputs) {
-            const QString id = QString::fromUtf8(input.id());
-            auto same = std::find_if(_known.begin(), _known.end(), [&](const auto& device) {
-                return device->uniqueID() == id && device->isConnected();
-            });
-            known.push_back(same != _known.end()
-                                ? *same
-                                : CaptureDevice::create(QtCameraDriver::create(input)));
+        if (app == nullptr || _refreshRequested) {
+            return;
         }
-        _known = known;
-        devices = std::move(known);
+        _refreshRequested = true;
+    }
+    QMetaObject::invokeMethod(app, [weak = weak_from_this()] {
+        if (auto source = weak.lock()) {
+            source->refresh();
+        }
     });
-    return devices;
+}
+
+void QtCameraSource::watchForChanges() {
+    if (_mediaDevices) {
+        return;
+    }
+    _mediaDevices.reset(new QMediaDevices());
+    QObject::connect(_mediaDevices.get(), &QMediaDevices::videoInputsChanged, _mediaDevices.get(),
+                     [weak = weak_from_this()] {
+                         if (auto source = weak.lock()) {
+                             source->refresh();
+                         }
+                     });
 }
 
 void QtCameraSource::install() {
     auto source = std::make_shared<QtCameraSource>();
+    source->refresh();
+    source->watchForChanges();
     DeviceDiscovery::setHardwareSource([source] { return source->devices(); });
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/RunLoop.h"
 #include "platform/render/BackdropLayer.h"
+#include "platform/render/PolylineStroke.h"
 
 #include <QPainter>
 #include <QPainterPath>
@@ -74,10 +75,9 @@ void paintShape(QPainter& painter, const ShapeLayer& shape, const LayerState& st
     }
     if (state.strokeColor.isValid() && state.strokeColor.alpha() > 0 && state.lineWidth > 0 &&
         state.strokeEnd > state.strokeStart) {
-        QPen pen(state.strokeColor, state.lineWidth);
-        pen.setJoinStyle(Qt::MiterJoin);
-        pen.setCapStyle(Qt::FlatCap);
-        painter.strokePath(path, pen);
+        if (!strokeOpaquePolylines(painter, path, state.strokeColor, state.lineWidth)) {
+            painter.strokePath(path, shapeStrokePen(state.strokeColor, state.lineWidth));
+        }
     }
 }
 

@@ -3,12 +3,15 @@
 #include "platform/layers/Transaction.h"
 #include "platform/render/BackdropLayer.h"
 #include "platform/render/LayerPainter.h"
+#include "platform/render/PolylineStroke.h"
 
 #include <QPainter>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdlib>
 #include <numbers>
 
 namespace {
@@ -83,6 +86,98 @@ TEST_F(LayerPainterTest, ShapeLayersStrokeAndFillTheirPaths) {
     root->addSublayer(filled);
     image = paint(*root, {50, 40});
     EXPECT_EQ(at(image, 20, 20), QColor(Qt::black)) << "shape layers fill black by default";
+}
+
+// How far a shape layer's stroke strays from QPainter's own stroke of the
+// same path with the same pen, over a black background.
+struct StrokeDifference {
+    int strayPixels = 0;    ///< pixels off by more than a quarter of full scale
+    double inkRatio = 0.0;  ///< total ink painted over the reference's
+};
+
+StrokeDifference compareWithQtStroke(const QPainterPath& path, const QColor& color, double width,
+                                     const QTransform& transform = {}) {
+    const QSizeF size(240, 200);
+    auto shape = ShapeLayer::create();
+    shape->setFrame({QPointF(), size});
+    shape->setPath(path);
+    shape->setFillColor(QColor());
+    shape->setStrokeColor(color);
+    shape->setLineWidth(width);
+    shape->setAffineTransform(transform);
+    const QImage painted = LayerPainter::snapshot(*shape, size, 1.0, 0.0, Qt::black);
+
+    QImage reference(size.toSize(), QImage::Format_ARGB32_Premultiplied);
+    reference.fill(Qt::black);
+    {
+        QPainter painter(&reference);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.translate(size.width() / 2, size.height() / 2);
+        painter.setTransform(transform, true);
+        painter.translate(-size.width() / 2, -size.height() / 2);
+        painter.strokePath(path, platform::shapeStrokePen(color, width));
+    }
+    StrokeDifference difference;
+    double ink = 0.0;
+    double referenceInk = 0.0;
+    for (int y = 0; y < reference.height(); ++y) {
+        for (int x = 0; x < reference.width(); ++x) {
+            const QRgb a = painted.pixel(x, y);
+            const QRgb b = reference.pixel(x, y);
+            ink += qGreen(a) + qRed(a) + qBlue(a);
+            referenceInk += qGreen(b) + qRed(b) + qBlue(b);
+            if (std::abs(qGreen(a) - qGreen(b)) > 64 || std::abs(qRed(a) - qRed(b)) > 64 ||
+                std::abs(qBlue(a) - qBlue(b)) > 64) {
+                ++difference.strayPixels;
+            }
+        }
+    }
+    difference.inkRatio = referenceInk > 0 ? ink / referenceInk : 0.0;
+    return difference;
+}
+
+TEST_F(LayerPainterTest, StraightOutlinesMatchQtsStrokeWithMitersAndBevels) {
+    QPainterPath quad;
+    quad.addPolygon(
+        QPolygonF{{QPointF(30, 20), QPointF(200, 32), QPointF(190, 170), QPointF(40, 160)}});
+    quad.closeSubpath();
+    QPainterPath sharp;  // 6 degrees at the tip: far past the miter limit, bevelled
+    sharp.moveTo(20, 100);
+    sharp.lineTo(220, 100);
+    sharp.lineTo(20, 100 + 200 * std::tan(6 * std::numbers::pi / 180));
+    QPainterPath zigzag;  // short segments, repeated points, two subpaths
+    zigzag.moveTo(20, 20);
+    for (int i = 1; i < 12; ++i) {
+        zigzag.lineTo(20 + 15 * i, i % 2 == 0 ? 20 : 34);
+        zigzag.lineTo(20 + 15 * i, i % 2 == 0 ? 20 : 34);
+    }
+    zigzag.moveTo(30, 120);
+    zigzag.lineTo(200, 180);
+    zigzag.lineTo(60, 170);
+    zigzag.closeSubpath();
+    QPainterPath curved;  // strokes the ordinary way
+    curved.addEllipse(QPointF(120, 100), 80, 60);
+
+    const QColor green(0, 255, 0);
+    for (const auto& [name, path, width] :
+         std::vector<std::tuple<const char*, QPainterPath, double>>{{"quad", quad, 2.0},
+                                                                    {"quad wide", quad, 9.0},
+                                                                    {"sharp", sharp, 4.0},
+                                                                    {"zigzag", zigzag, 3.0},
+                                                                    {"curved", curved, 2.0}}) {
+        const StrokeDifference plain = compareWithQtStroke(path, green, width);
+        EXPECT_LE(plain.strayPixels, 2) << name;
+        EXPECT_NEAR(plain.inkRatio, 1.0, 0.03) << name;
+        const StrokeDifference turned =
+            compareWithQtStroke(path, green, width, QTransform().rotate(17).scale(0.8, 1.1));
+        EXPECT_LE(turned.strayPixels, 2) << name << " turned";
+        EXPECT_NEAR(turned.inkRatio, 1.0, 0.03) << name << " turned";
+    }
+    // Translucent strokes would darken where segments overlap: they take
+    // the ordinary path and match exactly.
+    const StrokeDifference translucent = compareWithQtStroke(quad, QColor(0, 255, 0, 128), 6.0);
+    EXPECT_EQ(translucent.strayPixels, 0);
+    EXPECT_DOUBLE_EQ(translucent.inkRatio, 1.0);
 }
 
 TEST_F(LayerPainterTest, ContentsArePlacedByTheirGravity) {

@@ -5,16 +5,20 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QThread>
 #include <QVideoFrame>
 #include <QVideoFrameFormat>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
 #include <future>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 using namespace platform;
@@ -191,10 +195,31 @@ TEST(QtCameraFrames, BgraFramesAreWrappedAndYuyvFramesConverted) {
     EXPECT_EQ(converted->planeData(0)[0], 255);
 }
 
-TEST(QtCameraSource, NoCamerasListsNothingAndDiscoveryFallsBackToVirtualCameras) {
-    QtCameraSource source([] { return QList<QCameraDevice>{}; });
-    EXPECT_TRUE(source.devices().empty());
-    DeviceDiscovery::setHardwareSource([&source] { return source.devices(); });
+TEST(QtCameraSource, ListsOnTheMainThreadOnlyAndNeverWaitsForIt) {
+    std::atomic<int> listings{0};
+    std::atomic<bool> listedElsewhere{false};
+    QThread* const mainThread = QThread::currentThread();
+    auto source = std::make_shared<QtCameraSource>([&] {
+        ++listings;
+        listedElsewhere = listedElsewhere || QThread::currentThread() != mainThread;
+        return QList<QCameraDevice>{};
+    });
+    EXPECT_TRUE(source->devices().empty());
+    EXPECT_EQ(listings.load(), 1);
+
+    // A capture queue asks while the main thread is busy (here: joining it).
+    std::thread capture([&] {
+        EXPECT_TRUE(source->devices().empty());
+        source->devices();
+    });
+    capture.join();
+    EXPECT_EQ(listings.load(), 1) << "answered from the last listing";
+    QCoreApplication::sendPostedEvents();
+    EXPECT_EQ(listings.load(), 2) << "one fresh listing for both requests";
+    EXPECT_FALSE(listedElsewhere.load());
+
+    // Without cameras, discovery falls back to the virtual ones.
+    DeviceDiscovery::setHardwareSource([source] { return source->devices(); });
     const auto devices = DeviceDiscovery::allDevices();
     DeviceDiscovery::setHardwareSource({});
     ASSERT_EQ(devices.size(), 2u);

@@ -1,0 +1,214 @@
+// Runs the camera engine on the cameras of this machine: lists them, streams
+// live frames from one, takes a still picture and writes the first frame and
+// the still as PNG files.
+//
+//   qxd-camera-probe [--virtual] [--front] [--high-resolution] [--grey]
+//                    [--frames n] [--output folder]
+//
+// Real cameras come through Qt Multimedia; without any (or with --virtual)
+// the virtual cameras stand in. Exits 0 once the still is written, 1 on a
+// camera error before that or when nothing arrives within 20 seconds.
+
+#include "QXDCamera.h"
+#include "QXDCameraDelegate.h"
+#include "platform/capture/CaptureDevice.h"
+#include "platform/capture/CaptureInput.h"
+#include "platform/capture/QtCameraSource.h"
+#include "platform/foundation/RunLoop.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QGuiApplication>
+#include <QTimer>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+constexpr int kTimeoutMilliseconds = 20000;
+
+void print(const QString& line) {
+    std::fputs(qPrintable(line + u'\n'), stdout);
+    std::fflush(stdout);
+}
+
+QString positionName(int position) {
+    switch (position) {
+        case platform::device_position::kBack:
+            return QStringLiteral("back");
+        case platform::device_position::kFront:
+            return QStringLiteral("front");
+        default:
+            return QStringLiteral("unspecified");
+    }
+}
+
+void listDevices() {
+    const auto devices = platform::DeviceDiscovery::allDevices();
+    print(QStringLiteral("%1 camera(s):").arg(devices.size()));
+    for (const auto& device : devices) {
+        const auto& caps = device->capabilities();
+        print(QStringLiteral("  %1 \"%2\" (%3): presets %4; focus modes %5; torch %6; flash %7")
+                  .arg(device->uniqueID(), device->localizedName(),
+                       positionName(device->position()), caps.sessionPresets.join(u' '))
+                  .arg(caps.focusModes.size())
+                  .arg(caps.hasTorch ? QStringLiteral("yes") : QStringLiteral("no"),
+                       caps.hasFlash ? QStringLiteral("yes") : QStringLiteral("no")));
+    }
+}
+
+// Counts frames, keeps the first, asks for a still after `frames` frames and
+// finishes once the still is written. Engine callbacks arrive on its queues;
+// everything else happens on the main thread.
+class Probe : public QXDCameraDelegate {
+public:
+    Probe(QString folder, int frames) : _folder(std::move(folder)), _frames(frames) {}
+
+    void setCamera(const std::shared_ptr<QXDCamera>& camera) { _camera = camera; }
+
+    void cameraDidCaptureVideoSample(QXDCamera& /*camera*/, const QImage& image) override {
+        const int count = ++_received;
+        if (count == 1) {
+            // The frame's pixels are the camera's only for this call.
+            const QImage first = image.copy();
+            platform::RunLoop::main().post([this, first] {
+                save(first, QStringLiteral("frame.png"), QStringLiteral("first frame"));
+            });
+        }
+        if (count == _frames) {
+            platform::RunLoop::main().post([this] {
+                print(QStringLiteral("%1 frames; taking a picture").arg(_frames));
+                if (auto camera = _camera.lock()) {
+                    camera->takePicture();
+                }
+            });
+        }
+    }
+
+    void cameraDidCaptureStillImage(QXDCamera& /*camera*/, const QImage& image) override {
+        const QImage still = image.copy();
+        platform::RunLoop::main().post([this, still] {
+            const bool saved = save(still, QStringLiteral("still.png"), QStringLiteral("still"));
+            QCoreApplication::exit(saved ? EXIT_SUCCESS : EXIT_FAILURE);
+        });
+    }
+
+    void cameraDidFailWithError(QXDCamera& /*camera*/, const platform::ErrorPtr& error) override {
+        const QString text = error ? QStringLiteral("%1 %2: %3")
+                                         .arg(error->domain())
+                                         .arg(error->code())
+                                         .arg(error->localizedDescription())
+                                   : QStringLiteral("(no error object)");
+        platform::RunLoop::main().post([text] {
+            print(QStringLiteral("camera error: ") + text);
+            QCoreApplication::exit(EXIT_FAILURE);
+        });
+    }
+
+private:
+    bool save(const QImage& image, const QString& name, const QString& what) {
+        if (image.isNull()) {
+            print(QStringLiteral("%1: no image (grey frames carry none)").arg(what));
+            return true;
+        }
+        const QString path = QDir(_folder).filePath(name);
+        if (!image.save(path)) {
+            print(QStringLiteral("cannot write ") + path);
+            return false;
+        }
+        print(QStringLiteral("%1: %2x%3 written to %4")
+                  .arg(what)
+                  .arg(image.width())
+                  .arg(image.height())
+                  .arg(path));
+        return true;
+    }
+
+    const QString _folder;
+    const int _frames;
+    std::atomic<int> _received{0};
+    std::weak_ptr<QXDCamera> _camera;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+        qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QGuiApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("qxd-camera-probe"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Streams from a camera through the engine and takes a picture."));
+    parser.addHelpOption();
+    const QCommandLineOption virtualOption(QStringLiteral("virtual"),
+                                           QStringLiteral("Use the virtual cameras only."));
+    const QCommandLineOption frontOption(QStringLiteral("front"),
+                                         QStringLiteral("Start with the front camera."));
+    const QCommandLineOption highOption(QStringLiteral("high-resolution"),
+                                        QStringLiteral("Allow the 3840x2160 preset."));
+    const QCommandLineOption greyOption(QStringLiteral("grey"),
+                                        QStringLiteral("Ask for grey live frames."));
+    const QCommandLineOption framesOption(QStringLiteral("frames"),
+                                          QStringLiteral("Frames before the picture (30)."),
+                                          QStringLiteral("n"), QStringLiteral("30"));
+    const QCommandLineOption outputOption(QStringLiteral("output"),
+                                          QStringLiteral("Folder for the images (out)."),
+                                          QStringLiteral("folder"), QStringLiteral("out"));
+    parser.addOptions(
+        {virtualOption, frontOption, highOption, greyOption, framesOption, outputOption});
+    parser.process(app);
+
+    bool framesOk = false;
+    const int frames = parser.value(framesOption).toInt(&framesOk);
+    if (!framesOk || frames < 1) {
+        std::fputs("qxd-camera-probe: --frames needs a positive number\n", stderr);
+        return EXIT_FAILURE;
+    }
+    const QString folder = parser.value(outputOption);
+    if (!QDir().mkpath(folder)) {
+        std::fprintf(stderr, "qxd-camera-probe: cannot create %s\n", qPrintable(folder));
+        return EXIT_FAILURE;
+    }
+
+    if (!parser.isSet(virtualOption)) {
+        platform::QtCameraSource::install();
+    }
+    platform::RunLoop::main().attachToQt();
+    listDevices();
+
+    auto probe = std::make_shared<Probe>(folder, frames);
+    const int position = parser.isSet(frontOption) ? platform::device_position::kFront
+                                                   : platform::device_position::kBack;
+    const auto camera = QXDCamera::create(nullptr, position, parser.isSet(highOption), probe);
+    probe->setCamera(camera);
+    if (!camera->captureSession()) {
+        print(QStringLiteral("no camera source"));
+        return EXIT_FAILURE;
+    }
+    print(QStringLiteral("streaming from %1 at %2")
+              .arg(camera->deviceInput() ? camera->deviceInput()->device()->localizedName()
+                                         : QStringLiteral("(no device)"),
+                   camera->sessionPreset()));
+    camera->start();
+    if (parser.isSet(greyOption)) {
+        // The frame format is chosen when the outputs are built: switching to
+        // the same camera rebuilds them.
+        camera->setGrayscaleMode(true);
+        camera->setDevicePosition(camera->devicePosition());
+    }
+    QTimer::singleShot(kTimeoutMilliseconds, &app, [] {
+        print(QStringLiteral("nothing more arrived within %1 s").arg(kTimeoutMilliseconds / 1000));
+        QCoreApplication::exit(EXIT_FAILURE);
+    });
+    const int code = QGuiApplication::exec();
+    camera->stop();
+    platform::QtCameraSource::uninstall();
+    return code;
+}

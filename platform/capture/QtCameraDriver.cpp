@@ -605,7 +605,13 @@ StillResult QtCameraDriver::captureStill(const StillRequest& request) {
     if (future.wait_for(kStillTimeout) != std::future_status::ready) {
         return {nullptr, avError(av_error::kUnknown, QStringLiteral("The still timed out."))};
     }
-    return future.get();
+    try {
+        return future.get();
+    } catch (const std::future_error&) {
+        // The driver went away with the request still waiting.
+        return {nullptr, avError(av_error::kDeviceWasDisconnected,
+                                 QStringLiteral("The device was disconnected."))};
+    }
 }
 
 }  // namespace platform

@@ -9,13 +9,13 @@ cd "$root"
 "$root/scripts/install-deps.sh"
 
 cmake --preset release >/dev/null
-cmake --build --preset release --target qxd-bundle-tour
+cmake --build --preset release --target qxd-camera-probe
 
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
   export QT_QPA_PLATFORM=offscreen
 fi
 
 if [ $# -eq 0 ]; then
-  set -- "$root/out"
+  set -- --output "$root/out"
 fi
-exec "$root/build/release/examples/bundle-tour/qxd-bundle-tour" "$@"
+exec "$root/build/release/examples/camera-probe/qxd-camera-probe" "$@"

@@ -1,5 +1,6 @@
 #include "platform/ui/View.h"
 
+#include "platform/environment/Environment.h"
 #include "platform/graphics/AffineTransform.h"
 #include "platform/layers/Transaction.h"
 #include "platform/ui/GestureRecognizer.h"
@@ -97,6 +98,8 @@ void View::didCreate() {
     _layer->setDelegate(
         std::weak_ptr<LayerDelegate>(std::static_pointer_cast<LayerDelegate>(shared_from_this())));
     Transaction::Scope quiet(true);
+    // What the view draws is rendered at the screen's pixel density.
+    _layer->setContentsScale(Screen::main().scale());
     _layer->setFrame(_initialFrame);
 }
 

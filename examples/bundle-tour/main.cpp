@@ -4,6 +4,7 @@
 //
 //   qxd-bundle-tour [output-folder]     (default ./out)
 
+#include "ExampleSupport.h"
 #include "QXDCameraControllerVersion.h"
 #include "QXDCameraCore.h"
 #include "platform/foundation/Bundle.h"
@@ -19,9 +20,11 @@
 #include <QPainterPath>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <vector>
+
+using examples::print;
+using examples::printError;
 
 namespace {
 
@@ -33,14 +36,6 @@ struct ImageInfo {
     std::vector<double> scales;
     QImage sheetImage;  // the 2x variant, or the nearest the bundle has
 };
-
-void print(const QString& line) {
-    std::fputs(qPrintable(line + u'\n'), stdout);
-}
-
-void printError(const QString& line) {
-    std::fputs(qPrintable(QStringLiteral("qxd-bundle-tour: ") + line + u'\n'), stderr);
-}
 
 // "@(#)PROGRAM:... PROJECT:...-1\n" without its what(1) marker and newline.
 QString versionString() {
@@ -213,10 +208,7 @@ QImage drawContactSheet(const std::vector<ImageInfo>& images) {
 
 int main(int argc, char** argv) {
     // Runs on machines without a display too: nothing here needs a window.
-    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
-        qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
+    examples::useOffscreenWithoutDisplay();
     QGuiApplication app(argc, argv);
 
     const QStringList arguments = QGuiApplication::arguments();

@@ -10,6 +10,7 @@
 // --offscreen) the program drives the screen itself: it turns the image right
 // once with the rotation button, lets the animation run out and confirms.
 
+#include "ExampleSupport.h"
 #include "QXDManualEditController.h"
 #include "SampleCard.h"
 #include "platform/environment/Environment.h"
@@ -25,33 +26,18 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+using examples::print;
+using examples::printError;
 
 namespace {
 
 constexpr double kTurnDuration = 0.3;
 // A phone-sized window, whatever the screen.
 constexpr QSize kWindowSize(375, 667);
-
-void print(const QString& line) {
-    std::fputs(qPrintable(line + u'\n'), stdout);
-    std::fflush(stdout);
-}
-
-void printError(const QString& line) {
-    std::fputs(qPrintable(QStringLiteral("qxd-manual-edit: ") + line + u'\n'), stderr);
-}
-
-bool hasDisplay() {
-    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
-    if (platform == "offscreen" || platform == "minimal") {
-        return false;
-    }
-    return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
-}
 
 bool asksForOffscreen(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
@@ -133,7 +119,7 @@ void driveOffscreen(platform::Window& window, QXDManualEditController& controlle
 }  // namespace
 
 int main(int argc, char** argv) {
-    const bool offscreen = asksForOffscreen(argc, argv) || !hasDisplay();
+    const bool offscreen = asksForOffscreen(argc, argv) || !examples::hasDisplay();
     if (offscreen) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }

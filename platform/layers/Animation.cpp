@@ -1,5 +1,6 @@
 #include "platform/layers/Animation.h"
 
+#include "platform/layers/KeyValues.h"
 #include "platform/layers/TransformParts.h"
 
 #include <QColor>
@@ -84,28 +85,6 @@ double applyTiming(TimingFunction function, double x) {
 
 // --- Interpolation -----------------------------------------------------------
 
-bool isNumber(const QVariant& v) {
-    switch (v.metaType().id()) {
-        case QMetaType::Double:
-        case QMetaType::Float:
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::Long:
-        case QMetaType::ULong:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Short:
-        case QMetaType::UShort:
-            return true;
-        default:
-            return false;
-    }
-}
-
-bool isOfType(const QVariant& v, int id) {
-    return v.metaType().id() == id;
-}
-
 double lerp(double a, double b, double t) {
     return a + (b - a) * t;
 }
@@ -175,28 +154,24 @@ QTransform lerp(const QTransform& from, const QTransform& to, double t) {
 }  // namespace
 
 QVariant interpolate(const QVariant& from, const QVariant& to, double t) {
-    if (isNumber(from) && isNumber(to)) {
+    using namespace key_values;
+    const auto both = [&](bool (*kind)(const QVariant&)) { return kind(from) && kind(to); };
+    if (both(isNumber)) {
         return lerp(from.toDouble(), to.toDouble(), t);
     }
-    const bool points = (isOfType(from, QMetaType::QPointF) || isOfType(from, QMetaType::QPoint)) &&
-                        (isOfType(to, QMetaType::QPointF) || isOfType(to, QMetaType::QPoint));
-    if (points) {
+    if (both(isPoint)) {
         return lerp(from.toPointF(), to.toPointF(), t);
     }
-    const bool sizes = (isOfType(from, QMetaType::QSizeF) || isOfType(from, QMetaType::QSize)) &&
-                       (isOfType(to, QMetaType::QSizeF) || isOfType(to, QMetaType::QSize));
-    if (sizes) {
+    if (both(isSize)) {
         return lerp(from.toSizeF(), to.toSizeF(), t);
     }
-    const bool rects = (isOfType(from, QMetaType::QRectF) || isOfType(from, QMetaType::QRect)) &&
-                       (isOfType(to, QMetaType::QRectF) || isOfType(to, QMetaType::QRect));
-    if (rects) {
+    if (both(isRect)) {
         return lerp(from.toRectF(), to.toRectF(), t);
     }
-    if (isOfType(from, QMetaType::QColor) && isOfType(to, QMetaType::QColor)) {
+    if (both(isColor)) {
         return lerpColors(from.value<QColor>(), to.value<QColor>(), t);
     }
-    if (isOfType(from, QMetaType::QTransform) && isOfType(to, QMetaType::QTransform)) {
+    if (both(isTransform)) {
         return QVariant::fromValue(lerp(from.value<QTransform>(), to.value<QTransform>(), t));
     }
     return to;

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/RunLoop.h"
 #include "platform/graphics/AffineTransform.h"
+#include "platform/layers/KeyValues.h"
 #include "platform/layers/Transaction.h"
 #include "platform/layers/TransactionTracking.h"
 #include "platform/layers/TransformParts.h"
@@ -18,67 +19,13 @@ namespace platform {
 
 namespace {
 
-bool readNumber(const QVariant& v, double& out) {
-    switch (v.metaType().id()) {
-        case QMetaType::Double:
-        case QMetaType::Float:
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::Long:
-        case QMetaType::ULong:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Short:
-        case QMetaType::UShort:
-            out = v.toDouble();
-            return true;
-        default:
-            return false;
-    }
-}
-
-bool readPoint(const QVariant& v, QPointF& out) {
-    const int id = v.metaType().id();
-    if (id != QMetaType::QPointF && id != QMetaType::QPoint) {
-        return false;
-    }
-    out = v.toPointF();
-    return true;
-}
-
-bool readSize(const QVariant& v, QSizeF& out) {
-    const int id = v.metaType().id();
-    if (id != QMetaType::QSizeF && id != QMetaType::QSize) {
-        return false;
-    }
-    out = v.toSizeF();
-    return true;
-}
-
-bool readRect(const QVariant& v, QRectF& out) {
-    const int id = v.metaType().id();
-    if (id != QMetaType::QRectF && id != QMetaType::QRect) {
-        return false;
-    }
-    out = v.toRectF();
-    return true;
-}
-
-bool readColor(const QVariant& v, QColor& out) {
-    if (v.metaType().id() != QMetaType::QColor) {
-        return false;
-    }
-    out = v.value<QColor>();
-    return true;
-}
-
-bool readTransform(const QVariant& v, QTransform& out) {
-    if (v.metaType().id() != QMetaType::QTransform) {
-        return false;
-    }
-    out = v.value<QTransform>();
-    return true;
-}
+using key_values::read;
+constexpr auto readNumber = read<double, key_values::isNumber>;
+constexpr auto readPoint = read<QPointF, key_values::isPoint>;
+constexpr auto readSize = read<QSizeF, key_values::isSize>;
+constexpr auto readRect = read<QRectF, key_values::isRect>;
+constexpr auto readColor = read<QColor, key_values::isColor>;
+constexpr auto readTransform = read<QTransform, key_values::isTransform>;
 
 bool readBool(const QVariant& v, bool& out) {
     double number = 0.0;

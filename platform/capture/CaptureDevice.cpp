@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -400,14 +401,18 @@ void CaptureDevice::setAutomaticallyEnablesLowLightBoostWhenAvailable(bool enabl
 // Streaming --------------------------------------------------------------------
 
 ErrorPtr CaptureDevice::startStreaming(const std::shared_ptr<CaptureStreamSink>& sink) {
+    // The sink is known before the driver starts, which may report a loss at
+    // once. A start the driver refuses (the device streams for another session
+    // already) leaves the running stream's sink in place.
+    std::weak_ptr<CaptureStreamSink> previous;
     {
         std::lock_guard lock(_mutex);
-        _streamSink = sink;
+        previous = std::exchange(_streamSink, sink);
     }
     ErrorPtr error = _driver->startStreaming(sink);
     if (error) {
         std::lock_guard lock(_mutex);
-        _streamSink.reset();
+        _streamSink = previous;
     }
     return error;
 }

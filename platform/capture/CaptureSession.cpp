@@ -321,6 +321,12 @@ void CaptureSession::startRunning() {
         syncStreamLocked(notes);
         if (_running) {
             notes.insert(notes.begin(), note(kCaptureSessionDidStartRunningNotification));
+        } else {
+            // A start the device refuses reports its runtime error only: the
+            // session never ran, so there is no stop to announce.
+            std::erase_if(notes, [](const Notification& n) {
+                return n.name == kCaptureSessionDidStopRunningNotification;
+            });
         }
     }
     post(notes);

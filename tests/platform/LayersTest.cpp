@@ -100,6 +100,58 @@ protected:
     EventLog log = std::make_shared<std::vector<std::string>>();
 };
 
+// --- Key paths -------------------------------------------------------------------
+
+using LayerKeyPathTest = LayersTest;
+
+TEST_F(LayerKeyPathTest, GeometryTakesIntegerAndFloatingValuesAndWrongKindsAreIgnored) {
+    auto layer = quietLayer();
+    Transaction::Scope quiet(true);
+    layer->setValueForKeyPath(QStringLiteral("position"), QPoint(7, 9));
+    EXPECT_EQ(layer->position(), QPointF(7, 9));
+    layer->setValueForKeyPath(QStringLiteral("bounds.size"), QSize(40, 30));
+    EXPECT_EQ(layer->bounds().size(), QSizeF(40, 30));
+    layer->setValueForKeyPath(QStringLiteral("bounds"), QRect(1, 2, 3, 4));
+    EXPECT_EQ(layer->bounds(), QRectF(1, 2, 3, 4));
+    layer->setValueForKeyPath(QStringLiteral("position.x"), 12);
+    layer->setValueForKeyPath(QStringLiteral("opacity"), 0.5f);
+    EXPECT_EQ(layer->position(), QPointF(12, 9));
+    EXPECT_DOUBLE_EQ(layer->opacity(), 0.5);
+    layer->setValueForKeyPath(QStringLiteral("hidden"), 1);
+    EXPECT_TRUE(layer->isHidden()) << "a non-zero number reads as true";
+
+    // Wrong kinds change nothing: a flag is no number, a size no point.
+    layer->setValueForKeyPath(QStringLiteral("opacity"), true);
+    layer->setValueForKeyPath(QStringLiteral("position"), QSizeF(1, 1));
+    layer->setValueForKeyPath(QStringLiteral("backgroundColor"), QStringLiteral("red"));
+    layer->setValueForKeyPath(QStringLiteral("no.such.path"), 3.0);
+    EXPECT_DOUBLE_EQ(layer->opacity(), 0.5);
+    EXPECT_EQ(layer->position(), QPointF(12, 9));
+    EXPECT_FALSE(layer->backgroundColor().isValid());
+    EXPECT_FALSE(layer->valueForKeyPath(QStringLiteral("no.such.path")).isValid());
+
+    layer->setValueForKeyPath(QStringLiteral("transform.rotation.z"), std::numbers::pi / 2);
+    layer->setValueForKeyPath(QStringLiteral("transform.scale"), 2);
+    EXPECT_NEAR(layer->valueForKeyPath(QStringLiteral("transform.rotation")).toDouble(),
+                std::numbers::pi / 2, 1e-9);
+    EXPECT_NEAR(layer->valueForKeyPath(QStringLiteral("transform.scale.x")).toDouble(), 2.0, 1e-9);
+}
+
+TEST(InterpolationTest, MixedIntegerAndFloatingValuesBlendAndOtherPairsJumpToTheEnd) {
+    EXPECT_DOUBLE_EQ(interpolate(0, 10.0, 0.25).toDouble(), 2.5);
+    EXPECT_EQ(interpolate(QPoint(0, 0), QPointF(10, 20), 0.5).toPointF(), QPointF(5, 10));
+    EXPECT_EQ(interpolate(QSize(10, 10), QSizeF(20, 30), 0.5).toSizeF(), QSizeF(15, 20));
+    EXPECT_EQ(interpolate(QRect(0, 0, 10, 10), QRectF(10, 10, 20, 20), 0.5).toRectF(),
+              QRectF(5, 5, 15, 15));
+    const QColor half = interpolate(QColor(Qt::black), QColor(Qt::white), 0.5).value<QColor>();
+    EXPECT_NEAR(half.redF(), 0.5, 0.01);
+
+    // A flag does not fade, and neither do unlike kinds.
+    EXPECT_EQ(interpolate(false, true, 0.5), QVariant(true));
+    EXPECT_EQ(interpolate(QPointF(0, 0), QSizeF(4, 4), 0.5), QVariant(QSizeF(4, 4)));
+    EXPECT_EQ(interpolate(1.0, QStringLiteral("2"), 0.5), QVariant(QStringLiteral("2")));
+}
+
 // --- Sampling ------------------------------------------------------------------
 
 using LayerAnimationSamplingTest = LayersTest;

@@ -1,3 +1,4 @@
+#include "platform/foundation/Log.h"
 #include "platform/foundation/RunLoop.h"
 #include "platform/layers/Transaction.h"
 #include "platform/layout/VisualFormat.h"
@@ -111,6 +112,71 @@ TEST_F(ViewsTest, PrioritiesDecideConflictsAndIntrinsicSizesHugAndResist) {
     window->addConstraint(size(box, A::Width, 80, LayoutRelation::LessThanOrEqual));
     window->layoutIfNeeded();
     EXPECT_EQ(box->frame().width(), 80) << "a required limit beats 750";
+}
+
+TEST_F(ViewsTest, ConstraintsComeAndGoWithActivationAndWithTheirViews) {
+    using A = LayoutAttribute;
+    auto bar = View::create({0, 0, 375, 100});
+    window->addSubview(bar);
+    auto left = constrainedView(bar);
+    auto right = constrainedView(bar);
+    const auto leftEdge = pin(left, A::Leading, bar, A::Leading, 10);
+    const auto spacing = pin(right, A::Leading, left, A::Trailing, 8);
+    LayoutConstraint::activateConstraints(
+        {leftEdge, spacing, size(left, A::Width, 50), size(right, A::Width, 40),
+         pin(left, A::Top, bar, A::Top), pin(right, A::Top, bar, A::Top), size(left, A::Height, 20),
+         size(right, A::Height, 20)});
+    EXPECT_EQ(spacing->owner(), bar) << "held by the nearest common ancestor";
+    window->layoutIfNeeded();
+    EXPECT_EQ(right->frame().x(), 68);
+
+    // Off: the view keeps its last frame rather than jumping anywhere.
+    spacing->setActive(false);
+    EXPECT_FALSE(spacing->isActive());
+    window->layoutIfNeeded();
+    EXPECT_EQ(right->frame().x(), 68);
+    spacing->setConstant(20);
+    spacing->setActive(true);
+    window->layoutIfNeeded();
+    EXPECT_EQ(right->frame().x(), 80) << "back on, with its new constant";
+
+    // A view that leaves takes the constraints that mention it along.
+    left->removeFromSuperview();
+    EXPECT_FALSE(spacing->isActive());
+    EXPECT_FALSE(leftEdge->isActive());
+    window->layoutIfNeeded();
+    EXPECT_EQ(right->frame().x(), 80);
+
+    // Items with no common ancestor cannot be activated.
+    QStringList lines;
+    platform::log::ScopedSink sink([&](const QString& line) { lines << line; });
+    const auto stranded = pin(left, A::Width, right, A::Width);
+    stranded->setActive(true);
+    EXPECT_FALSE(stranded->isActive());
+    EXPECT_EQ(lines.filter(QStringLiteral("no common ancestor")).size(), 1);
+}
+
+TEST_F(ViewsTest, ARequiredContradictionIsBrokenLoggedAndTheRestStillLaidOut) {
+    using A = LayoutAttribute;
+    auto box = constrainedView(window);
+    auto other = constrainedView(window);
+    QStringList lines;
+    platform::log::ScopedSink sink([&](const QString& line) { lines << line; });
+    window->addConstraints({pin(box, A::Left, window, A::Left), pin(box, A::Top, window, A::Top),
+                            size(box, A::Height, 10), size(box, A::Width, 100),
+                            size(box, A::Width, 200), pin(other, A::Left, box, A::Right, 5),
+                            pin(other, A::Top, box, A::Bottom), size(other, A::Width, 30),
+                            size(other, A::Height, 30)});
+    window->layoutIfNeeded();
+    EXPECT_EQ(lines.filter(QStringLiteral("Unable to simultaneously satisfy constraints")).size(),
+              1);
+    EXPECT_EQ(box->frame().width(), 100) << "the first required width holds";
+    EXPECT_EQ(other->frame(), QRectF(105, 10, 30, 30)) << "the rest is laid out as usual";
+
+    // Broken constraints are not retried on every pass.
+    lines.clear();
+    window->layoutIfNeeded();
+    EXPECT_TRUE(lines.isEmpty());
 }
 
 TEST_F(ViewsTest, VisualFormatsBuildConstraintsIncludingTheCentringTrick) {

@@ -784,6 +784,28 @@ TEST_F(CapturePreviewTest, PointOfInterestHonoursAspectFillInPortraitAndLandscap
     expectDevicePoint({150, 0}, {0.75, 1 - 18.75 / 337.5});
 }
 
+TEST_F(CapturePreviewTest, PointOfInterestHonoursLetterboxingStretchingAndUpsideDown) {
+    // Portrait 300x600 showing 540x960 fitted: scale 300/540, 533.33 tall,
+    // bars of 33.33 above and below.
+    layer->setBounds(QRectF(0, 0, 300, 600));
+    layer->setVideoGravity(video_gravity::kResizeAspect);
+    const double bar = (600 - 960 * 300.0 / 540) / 2;
+    expectDevicePoint({150, 300}, {0.5, 0.5});
+    expectDevicePoint({0, bar}, {0.0, 1.0});
+    expectDevicePoint({300, 600 - bar}, {1.0, 0.0});
+    // A point on a bar is held to the picture's edge.
+    const QPointF onBar = layer->captureDevicePointOfInterestForPoint({150, bar / 2});
+    EXPECT_DOUBLE_EQ(onBar.x(), 0.0);
+    EXPECT_DOUBLE_EQ(onBar.y(), 0.5);
+
+    // Stretched, the picture is the whole layer.
+    layer->setVideoGravity(video_gravity::kResize);
+    expectDevicePoint({75, 150}, {0.25, 0.75});
+    // Upside down, device x runs up the screen and device y from left to right.
+    layer->connection()->setVideoOrientation(video_orientation::kPortraitUpsideDown);
+    expectDevicePoint({75, 150}, {0.75, 0.25});
+}
+
 TEST_F(CapturePreviewTest, ShowsTheNewestFrameTurnedForItsConnection) {
     auto video = VideoDataOutput::create();
     auto collector = std::make_shared<FrameCollector>();

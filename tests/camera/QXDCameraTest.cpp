@@ -669,6 +669,28 @@ TEST_F(QXDCameraTest, EveryUnsupportedSettingNamesItselfAndHandlersMayFailWithou
     EXPECT_FALSE(delegate->failures.back().error) << "the handler filled in no error";
 }
 
+TEST_F(QXDCameraTest, ThePreviewShowsLiveFramesTurnedAsTheInterfaceIs) {
+    auto preview = platform::VideoPreviewLayer::create();
+    preview->setBounds({0, 0, 375, 667});
+    makeCamera(1, false, preview);
+    camera->start();
+    ASSERT_TRUE(delegate->frameArrived.waitFor(kWait));
+    platform::RunLoop::main().runPending();
+    EXPECT_EQ(preview->contents().size(), QSize(1080, 1920)) << "portrait";
+
+    platform::Bundle::mainBundle()->setInfoDictionary(
+        {{QStringLiteral("UISupportedInterfaceOrientations"),
+          QStringList{QStringLiteral("UIInterfaceOrientationPortrait"),
+                      QStringLiteral("UIInterfaceOrientationLandscapeRight")}}});
+    platform::Device::current().setOrientation(platform::device_orientation::kLandscapeRight);
+    ASSERT_TRUE(delegate->frameArrived.waitFor(kWait));
+    platform::RunLoop::main().runPending();
+    EXPECT_EQ(preview->contents().size(), QSize(1920, 1080)) << "landscape";
+    camera->stop();
+    drainSessionQueue();
+    EXPECT_FALSE(camera->captureSession()->isRunning());
+}
+
 TEST_F(QXDCameraTest, AnEngineDestroyedWithWorkQueuedRunsNothingAfterwards) {
     makeCamera(2);
     // Hold the session queue inside a configuration block, queue work that

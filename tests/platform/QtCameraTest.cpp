@@ -113,6 +113,55 @@ TEST(PixelConversion, Nv12MatchesReferenceOnOddSizesAndStrides) {
     }
 }
 
+TEST(PixelConversion, EveryWidthAroundTheBlockSizeMatchesTheReference) {
+    // Rows are converted in blocks of sixteen pixels and the rest one by
+    // one: every width up to three blocks and a bit, odd heights for NV12's
+    // unpaired last row, and extreme chroma that must clamp.
+    for (int width = 1; width <= 50; ++width) {
+        const int height = 3;
+        const std::size_t stride = 2 * ((width + 1) / 2) + 2;
+        std::vector<std::uint8_t> luma(stride * height), chroma(stride * 2),
+            yuyv(2 * stride * height);
+        for (std::size_t i = 0; i < luma.size(); ++i) {
+            luma[i] = noise(static_cast<int>(i), width);
+        }
+        for (std::size_t i = 0; i < chroma.size(); ++i) {
+            chroma[i] = i % 5 == 0 ? 255 : i % 7 == 0 ? 0 : noise(static_cast<int>(i), 7);
+        }
+        for (std::size_t i = 0; i < yuyv.size(); ++i) {
+            yuyv[i] =
+                i % 2 == 0 ? noise(static_cast<int>(i), 3) : (i % 8 == 1 ? 255 : noise(int(i), 9));
+        }
+        const std::size_t dstStride = 4 * width + 4;
+        std::vector<std::uint8_t> fromNv12(dstStride * height, 0), fromYuyv(dstStride * height, 0);
+        convertNv12ToBgra(luma.data(), stride, chroma.data(), stride, fromNv12.data(), dstStride,
+                          width, height);
+        convertYuyvToBgra(yuyv.data(), 2 * stride, fromYuyv.data(), dstStride, width, height);
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x) {
+                const std::uint8_t* uv = chroma.data() + (y / 2) * stride + 2 * (x / 2);
+                const Bgra nv12 = reference(luma[y * stride + x], uv[0], uv[1]);
+                const std::uint8_t* m = yuyv.data() + y * 2 * stride + 4 * (x / 2);
+                const Bgra packed = reference(m[(x % 2) * 2], m[1], m[3]);
+                const Bgra gotNv12 = at(fromNv12, dstStride, x, y);
+                const Bgra gotYuyv = at(fromYuyv, dstStride, x, y);
+                ASSERT_LE(std::abs(gotNv12.r - nv12.r) + std::abs(gotNv12.g - nv12.g) +
+                              std::abs(gotNv12.b - nv12.b),
+                          1)
+                    << "NV12 width " << width << " at " << x << "," << y;
+                ASSERT_LE(std::abs(gotYuyv.r - packed.r) + std::abs(gotYuyv.g - packed.g) +
+                              std::abs(gotYuyv.b - packed.b),
+                          1)
+                    << "YUYV width " << width << " at " << x << "," << y;
+                ASSERT_EQ(gotNv12.a, 255);
+                ASSERT_EQ(gotYuyv.a, 255);
+            }
+            ASSERT_EQ(fromNv12[y * dstStride + 4 * width], 0) << "wrote past the row";
+            ASSERT_EQ(fromYuyv[y * dstStride + 4 * width], 0) << "wrote past the row";
+        }
+    }
+}
+
 TEST(QtCameraMapping, PositionsAndPresets) {
     EXPECT_EQ(qt_camera::positionFrom(QCameraDevice::BackFace), device_position::kBack);
     EXPECT_EQ(qt_camera::positionFrom(QCameraDevice::FrontFace), device_position::kFront);

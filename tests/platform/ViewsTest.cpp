@@ -2,6 +2,7 @@
 #include "platform/foundation/RunLoop.h"
 #include "platform/layers/Transaction.h"
 #include "platform/layout/VisualFormat.h"
+#include "platform/ui/Label.h"
 #include "platform/ui/LayoutConstraint.h"
 #include "platform/ui/View.h"
 #include "platform/ui/Window.h"
@@ -177,6 +178,29 @@ TEST_F(ViewsTest, ARequiredContradictionIsBrokenLoggedAndTheRestStillLaidOut) {
     lines.clear();
     window->layoutIfNeeded();
     EXPECT_TRUE(lines.isEmpty());
+}
+
+TEST_F(ViewsTest, AViewSizedByItsContentIsLaidOutAgainWhenTheContentChanges) {
+    using A = LayoutAttribute;
+    auto label = platform::Label::create();
+    label->setTranslatesAutoresizingMaskIntoConstraints(false);
+    label->setText(QStringLiteral("Torch"));
+    window->addSubview(label);
+    auto badge = constrainedView(window);
+    window->addConstraints(
+        {pin(label, A::Left, window, A::Left, 10), pin(label, A::Top, window, A::Top, 10),
+         pin(badge, A::Left, label, A::Right, 4), pin(badge, A::Top, label, A::Top),
+         size(badge, A::Width, 8), size(badge, A::Height, 8)});
+    window->layoutIfNeeded();
+    const double shortWidth = label->frame().width();
+    EXPECT_EQ(shortWidth, label->intrinsicContentSize().width());
+    EXPECT_EQ(badge->frame().x(), 10 + shortWidth + 4);
+
+    label->setText(QStringLiteral("Torch unavailable"));
+    window->layoutIfNeeded();
+    EXPECT_GT(label->frame().width(), shortWidth);
+    EXPECT_EQ(label->frame().width(), label->intrinsicContentSize().width());
+    EXPECT_EQ(badge->frame().x(), 10 + label->frame().width() + 4) << "its neighbour follows";
 }
 
 TEST_F(ViewsTest, VisualFormatsBuildConstraintsIncludingTheCentringTrick) {

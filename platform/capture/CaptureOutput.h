@@ -3,9 +3,12 @@
 #include "platform/capture/CaptureConnection.h"
 
 #include <QString>
+#include <QVariantMap>
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace platform {
@@ -30,6 +33,14 @@ public:
 
 protected:
     CaptureOutput() = default;
+
+    /// The pixel formats outputs deliver: 420v, 420f and BGRA.
+    static std::vector<std::uint32_t> deliverablePixelFormats();
+    /// The pixel format a settings dictionary asks for: BGRA for an empty
+    /// one; nothing when the format is missing or not deliverable, which is
+    /// logged as "<what> with pixel format ... are not supported; ignored".
+    static std::optional<std::uint32_t> pixelFormatFromSettings(const QVariantMap& settings,
+                                                                const QString& what);
 
 private:
     friend class CaptureSession;

@@ -4,7 +4,6 @@
 #include "platform/capture/CaptureSession.h"
 #include "platform/foundation/Dispatch.h"
 #include "platform/foundation/Log.h"
-#include "platform/foundation/Value.h"
 
 #include <algorithm>
 
@@ -31,26 +30,14 @@ QVariantMap StillImageOutput::outputSettings() const {
 }
 
 void StillImageOutput::setOutputSettings(const QVariantMap& settings) {
-    if (settings.isEmpty()) {
-        _pixelFormat = pixel_format::k32BGRA;
-        return;
+    if (const auto format = pixelFormatFromSettings(
+            settings, QStringLiteral("StillImageOutput: output settings"))) {
+        _pixelFormat = *format;
     }
-    const QVariant value = settings.value(kPixelBufferPixelFormatTypeKey);
-    const auto formats = availableImageDataCVPixelFormatTypes();
-    const auto format = static_cast<std::uint32_t>(value::integerValue(value));
-    if (!value::isNumber(value) ||
-        std::find(formats.begin(), formats.end(), format) == formats.end()) {
-        log::write(QStringLiteral("[capture] StillImageOutput: output settings with pixel format "
-                                  "%1 (%2) are not supported; ignored")
-                       .arg(value.toString(), pixel_format::name(format)));
-        return;
-    }
-    _pixelFormat = format;
 }
 
 std::vector<std::uint32_t> StillImageOutput::availableImageDataCVPixelFormatTypes() const {
-    return {pixel_format::k420YpCbCr8BiPlanarVideoRange, pixel_format::k420YpCbCr8BiPlanarFullRange,
-            pixel_format::k32BGRA};
+    return deliverablePixelFormats();
 }
 
 bool StillImageOutput::isStillImageStabilizationSupported() const {

@@ -2,10 +2,6 @@
 
 #include "platform/capture/CaptureDevice.h"
 #include "platform/foundation/Dispatch.h"
-#include "platform/foundation/Log.h"
-#include "platform/foundation/Value.h"
-
-#include <algorithm>
 
 namespace platform {
 
@@ -35,26 +31,14 @@ QVariantMap VideoDataOutput::videoSettings() const {
 }
 
 void VideoDataOutput::setVideoSettings(const QVariantMap& settings) {
-    if (settings.isEmpty()) {
-        _pixelFormat = pixel_format::k32BGRA;
-        return;
+    if (const auto format =
+            pixelFormatFromSettings(settings, QStringLiteral("VideoDataOutput: video settings"))) {
+        _pixelFormat = *format;
     }
-    const QVariant value = settings.value(kPixelBufferPixelFormatTypeKey);
-    const auto formats = availableVideoPixelFormatTypes();
-    const auto format = static_cast<std::uint32_t>(value::integerValue(value));
-    if (!value::isNumber(value) ||
-        std::find(formats.begin(), formats.end(), format) == formats.end()) {
-        log::write(QStringLiteral("[capture] VideoDataOutput: video settings with pixel format %1 "
-                                  "(%2) are not supported; ignored")
-                       .arg(value.toString(), pixel_format::name(format)));
-        return;
-    }
-    _pixelFormat = format;
 }
 
 std::vector<std::uint32_t> VideoDataOutput::availableVideoPixelFormatTypes() const {
-    return {pixel_format::k420YpCbCr8BiPlanarVideoRange, pixel_format::k420YpCbCr8BiPlanarFullRange,
-            pixel_format::k32BGRA};
+    return deliverablePixelFormats();
 }
 
 void VideoDataOutput::deliverSampleBuffer(const SampleBufferPtr& sampleBuffer,

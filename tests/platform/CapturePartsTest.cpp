@@ -190,6 +190,17 @@ TEST(StillImageOutputTest, SettingsTakeOnlyAvailableFormatsAndSupportedStabiliza
     still.setOutputSettings({});
     EXPECT_EQ(still.pixelFormat(), pixel_format::k32BGRA) << "an empty map restores BGRA";
 
+    // Live frames take the same formats.
+    auto& video = *assembly.video;
+    video.setVideoSettings({{kPixelBufferPixelFormatTypeKey,
+                             QVariant::fromValue<uint>(pixel_format::k422YpCbCr8_yuvs)}});
+    EXPECT_EQ(video.pixelFormat(), pixel_format::k32BGRA);
+    video.setVideoSettings(
+        {{kPixelBufferPixelFormatTypeKey,
+          QVariant::fromValue<uint>(pixel_format::k420YpCbCr8BiPlanarVideoRange)}});
+    EXPECT_EQ(video.pixelFormat(), pixel_format::k420YpCbCr8BiPlanarVideoRange);
+    EXPECT_EQ(lines.filter(QStringLiteral("video settings")).size(), 1);
+
     EXPECT_TRUE(still.isStillImageStabilizationSupported());
     still.setAutomaticallyEnablesStillImageStabilizationWhenAvailable(true);
     EXPECT_TRUE(still.automaticallyEnablesStillImageStabilizationWhenAvailable());

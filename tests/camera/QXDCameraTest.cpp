@@ -102,6 +102,13 @@ protected:
     }
 
     void TearDown() override {
+        // Let the engine finish its queued work while this test still holds
+        // it, so it goes away here and not later on one of its own queues,
+        // perhaps with its camera still streaming while the process exits.
+        if (camera) {
+            camera->stop();
+            drainSessionQueue();
+        }
         camera.reset();
         discovery.reset();
         sink.reset();

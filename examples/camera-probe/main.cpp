@@ -14,6 +14,7 @@
 #include "QXDCameraDelegate.h"
 #include "platform/capture/CaptureDevice.h"
 #include "platform/capture/CaptureInput.h"
+#include "platform/capture/CaptureSession.h"
 #include "platform/capture/QtCameraSource.h"
 #include "platform/foundation/RunLoop.h"
 
@@ -206,7 +207,10 @@ int main(int argc, char** argv) {
         QCoreApplication::exit(EXIT_FAILURE);
     });
     const int code = QGuiApplication::exec();
-    camera->stop();
+    // The engine stops on its session queue; stop the session here instead,
+    // which returns once the camera is idle, so nothing is still streaming
+    // while the application object goes away.
+    camera->captureSession()->stopRunning();
     platform::QtCameraSource::uninstall();
     return code;
 }

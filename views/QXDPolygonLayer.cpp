@@ -84,12 +84,9 @@ void QXDPolygonLayer::drawInContext(QPainter& context) {
 }
 
 QPointF QXDPolygonLayer::adaptPointToOrientation(const QPointF& point) const {
-    // The status bar's orientation by number: 1 portrait, 4 and 3 the two
-    // landscapes this layer knows (right and left as the capture screen names
-    // them). Only 3 is flipped against the screen height.
-    constexpr int kPortrait = 1;
-    constexpr int kLandscapeRight = 4;
-    constexpr int kLandscapeLeft = 3;
+    // Only landscape left is flipped against the screen height; the caller's
+    // transform already accounts for the rest of the mapping.
+    using namespace platform::interface_orientation;
     const int statusBar = platform::Application::shared().statusBarOrientation();
     if (statusBar == kPortrait) {
         return point;

@@ -27,12 +27,14 @@ inline constexpr int kFaceUp = 5;
 inline constexpr int kFaceDown = 6;
 }  // namespace device_orientation
 
+/// The status bar's (interface) orientation: 3 is landscape left and 4
+/// landscape right, the same numbers as the device's orientations.
 namespace interface_orientation {
 inline constexpr int kUnknown = 0;
 inline constexpr int kPortrait = 1;
 inline constexpr int kPortraitUpsideDown = 2;
-inline constexpr int kLandscapeLeft = 4;
-inline constexpr int kLandscapeRight = 3;
+inline constexpr int kLandscapeLeft = 3;
+inline constexpr int kLandscapeRight = 4;
 }  // namespace interface_orientation
 
 namespace idiom {

@@ -74,9 +74,8 @@ void ScreenEnvironment::sync() {
         natural = _screen->primaryOrientation();
     }
     const int orientation = deviceOrientation(_screen->orientation(), natural);
-    // Interface and device orientations share their numbers for the four
-    // upright positions (landscape left of the device is landscape right of
-    // the interface, both 3).
+    // Interface and device orientations share their numbers and names for
+    // the four upright positions.
     Application::shared().setStatusBarOrientation(orientation);
     Device::current().setOrientation(orientation);
 }

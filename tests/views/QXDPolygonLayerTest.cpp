@@ -15,10 +15,12 @@ namespace {
 using platform::Application;
 using platform::Screen;
 
-constexpr int kPortrait = 1;
-constexpr int kUpsideDown = 2;
-constexpr int kLandscapeLeft = 3;
-constexpr int kLandscapeRight = 4;
+// The status bar's orientations by their names: landscape right swaps the
+// axes, landscape left also flips against the screen height.
+using platform::interface_orientation::kLandscapeLeft;
+using platform::interface_orientation::kLandscapeRight;
+using platform::interface_orientation::kPortrait;
+using platform::interface_orientation::kPortraitUpsideDown;
 
 const QColor kLine(255, 0, 0);
 // A rectangle 50 wide and 20 high, so that a swap of the axes shows.
@@ -115,14 +117,17 @@ TEST_F(QXDPolygonLayerTest, LandscapeLeftSwapsAndFlipsAgainstTheScreenHeight) {
 }
 
 TEST_F(QXDPolygonLayerTest, OrientationMappingOfOnePoint) {
+    // The status bar reports plain numbers: 3 is landscape left, 4 right.
+    EXPECT_EQ(kLandscapeLeft, 3);
+    EXPECT_EQ(kLandscapeRight, 4);
     Screen::main().setBounds(QRectF(0, 0, 480, 320));
     const QPointF point(10, 20);
     const std::vector<std::pair<int, QPointF>> expected = {
         {kPortrait, {10, 20}},
         {kLandscapeRight, {20, 10}},
         {kLandscapeLeft, {20, 310}},
-        {kUpsideDown, {10, 20}},
-        {0, {10, 20}},
+        {kPortraitUpsideDown, {10, 20}},
+        {platform::interface_orientation::kUnknown, {10, 20}},
     };
     for (const auto& [orientation, mapped] : expected) {
         Application::shared().setStatusBarOrientation(orientation);

@@ -36,7 +36,7 @@ std::shared_ptr<const virtual_scene::Source> makeSource(const VirtualCameraConfi
         case VirtualCameraConfiguration::Source::Document:
             break;
     }
-    return virtual_scene::makeDocumentSource(config.seed, config.desk);
+    return virtual_scene::makeDocumentSource(config.seed, config.desk, config.scene);
 }
 
 int evenRound(double value) {
@@ -195,10 +195,57 @@ virtual_scene::Look VirtualCamera::lookAt(std::uint64_t tick) {
         look.lightingStep =
             std::clamp(static_cast<int>(std::lround(_settings.torchLevel * 4)), 1, 4);
     }
+    look.picture = pictureAt(tick);
+    return look;
+}
+
+int VirtualCamera::pictureAt(std::uint64_t tick) const {
     const auto perPicture = static_cast<std::uint64_t>(
         std::max(1.0, std::round(_config.secondsPerPicture * _config.frameRate)));
-    look.picture = static_cast<int>((tick / perPicture) % std::uint64_t(_source->pictureCount()));
-    return look;
+    return static_cast<int>((tick / perPicture) % std::uint64_t(_source->pictureCount()));
+}
+
+QPoint VirtualCamera::handShift(std::uint64_t tick, int margin) const {
+    const double t = static_cast<double>(tick) / _config.frameRate;
+    const double reach = margin * std::clamp(_config.handMotion, 0.0, 1.0);
+    const double phase = static_cast<double>(_config.seed % 997) / 997.0 * 2 * std::numbers::pi;
+    const double turn = 2 * std::numbers::pi * t;
+    return {evenRound(reach * (0.65 * std::sin(0.31 * turn + phase) +
+                               0.35 * std::sin(1.7 * turn + 2 * phase))),
+            evenRound(reach * (0.6 * std::sin(0.23 * turn + 3 * phase) +
+                               0.4 * std::sin(1.3 * turn + phase)))};
+}
+
+QPolygonF VirtualCamera::pageCorners(std::uint64_t tick, const FrameLayout& layout) const {
+    if (layout.size().isEmpty()) {
+        return {};
+    }
+    const QPolygonF corners =
+        _source->pageCorners(virtual_scene::canvasSize(layout), pictureAt(tick));
+    if (corners.isEmpty()) {
+        return {};
+    }
+    const QPoint shift = handShift(tick, virtual_scene::marginFor(layout.size()));
+    return virtual_scene::canvasToFrame(corners, layout, shift.x(), shift.y());
+}
+
+QPolygonF VirtualCamera::stillPageCorners(const FrameLayout& layout) const {
+    if (layout.size().isEmpty()) {
+        return {};
+    }
+    std::uint64_t lastTick = 0;
+    {
+        std::lock_guard lock(_mutex);
+        lastTick = _lastTick;
+    }
+    const QPolygonF corners =
+        _source->pageCorners(virtual_scene::canvasSize(layout), pictureAt(lastTick));
+    return corners.isEmpty() ? corners : virtual_scene::canvasToFrame(corners, layout, 0, 0);
+}
+
+std::pair<QPolygonF, FrameLayout> VirtualCamera::lastFramePageCorners() const {
+    std::lock_guard lock(_mutex);
+    return {_lastFramePage, _lastFrameLayout};
 }
 
 std::shared_ptr<const virtual_scene::PreparedScene> VirtualCamera::sceneFor(
@@ -314,6 +361,12 @@ bool VirtualCamera::tick(std::uint64_t tick) {
     if (!sample) {
         return true;  // every buffer is still out: this frame is skipped
     }
+    {
+        const QPolygonF corners = pageCorners(tick, layout);
+        std::lock_guard lock(_mutex);
+        _lastFramePage = corners;
+        _lastFrameLayout = layout;
+    }
     sink->streamDidOutputSampleBuffer(sample, layout);
     ++_delivered;
     if (_config.frameObserver) {
@@ -341,15 +394,8 @@ SampleBufferPtr VirtualCamera::renderFrame(std::uint64_t tick, const FrameLayout
         return nullptr;
     }
     const auto scene = sceneFor(made, look);
-    const double t = static_cast<double>(tick) / _config.frameRate;
-    const double reach = scene->margin() * std::clamp(_config.handMotion, 0.0, 1.0);
-    const double phase = static_cast<double>(_config.seed % 997) / 997.0 * 2 * std::numbers::pi;
-    const double turn = 2 * std::numbers::pi * t;
-    const int dx = evenRound(
-        reach * (0.65 * std::sin(0.31 * turn + phase) + 0.35 * std::sin(1.7 * turn + 2 * phase)));
-    const int dy = evenRound(
-        reach * (0.6 * std::sin(0.23 * turn + 3 * phase) + 0.4 * std::sin(1.3 * turn + phase)));
-    scene->renderFrame(*buffer, dx, dy, hash(_config.seed, tick));
+    const QPoint shift = handShift(tick, scene->margin());
+    scene->renderFrame(*buffer, shift.x(), shift.y(), hash(_config.seed, tick));
     buffer->setRefusesLock(_config.failures.liveBuffersRefuseLock);
     return std::make_shared<const SampleBuffer>(std::move(buffer), time);
 }

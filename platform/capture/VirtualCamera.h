@@ -4,6 +4,7 @@
 #include "platform/capture/VirtualScene.h"
 
 #include <QImage>
+#include <QPolygonF>
 #include <QString>
 
 #include <atomic>
@@ -12,6 +13,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace platform {
 
@@ -60,11 +62,12 @@ struct VirtualCameraConfiguration {
     std::uint64_t seed = 1;
     Source source = Source::Document;
     virtual_scene::Desk desk = virtual_scene::Desk::Wood;
-    QImage image;                    ///< Source::Image
-    QString folder;                  ///< Source::Folder
-    double secondsPerPicture = 1.0;  ///< Source::Folder: how long each image shows
-    double handMotion = 1.0;         ///< 0 (tripod) to 1
-    int noiseAmplitude = 4;          ///< 0 to 8 levels
+    virtual_scene::SceneKnobs scene;  ///< Source::Document: how the scene looks
+    QImage image;                     ///< Source::Image
+    QString folder;                   ///< Source::Folder
+    double secondsPerPicture = 1.0;   ///< Source::Folder: how long each image shows
+    double handMotion = 1.0;          ///< 0 (tripod) to 1
+    int noiseAmplitude = 4;           ///< 0 to 8 levels
     /// Frames an autofocus takes to sharpen the picture.
     int focusSettleFrames = 6;
     /// Live buffers out at once; a tick finding none free is skipped.
@@ -111,6 +114,18 @@ public:
     /// same tick, settings and seed. Null when every pooled buffer is out.
     SampleBufferPtr renderFrame(std::uint64_t tick, const FrameLayout& layout);
 
+    /// Where the page lies in frame `tick` of `layout`: its corners (top
+    /// left, top right, bottom right, bottom left of the page as printed) in
+    /// the frame's pixels after orientation and mirroring, a pixel covering
+    /// [x, x + 1). Empty when the picture shows no page (image and folder
+    /// sources, a scene without page). Any thread.
+    QPolygonF pageCorners(std::uint64_t tick, const FrameLayout& layout) const;
+    /// The page's corners in a still of `layout` (as pageCorners).
+    QPolygonF stillPageCorners(const FrameLayout& layout) const;
+    /// The page's corners in the frame delivered last and that frame's
+    /// layout; empty corners before the first frame. Any thread.
+    std::pair<QPolygonF, FrameLayout> lastFramePageCorners() const;
+
     // CaptureDeviceDriver
     QString uniqueID() const override { return _config.uniqueID; }
     QString localizedName() const override { return _config.localizedName; }
@@ -132,6 +147,8 @@ private:
     enum class Lens { Defocused, Focusing, Focused };
 
     bool tick(std::uint64_t tick);
+    int pictureAt(std::uint64_t tick) const;
+    QPoint handShift(std::uint64_t tick, int margin) const;
     virtual_scene::Look lookAt(std::uint64_t tick);
     std::shared_ptr<const virtual_scene::PreparedScene> sceneFor(const FrameLayout& layout,
                                                                  const virtual_scene::Look& look);
@@ -150,6 +167,8 @@ private:
     std::uint64_t _focusDoneTick = 0;
     bool _focusStartPending = false;
     std::uint64_t _lastTick = 0;
+    QPolygonF _lastFramePage;
+    FrameLayout _lastFrameLayout;
     std::shared_ptr<CaptureStreamSink> _sink;
     std::unique_ptr<FrameTimer> _timer;
     std::shared_ptr<PixelBufferPool> _pool;

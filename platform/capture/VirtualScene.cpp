@@ -55,27 +55,129 @@ QImage aspectFill(const QImage& image, const QSize& size) {
     return canvas;
 }
 
+// A4: height over width.
+constexpr double kPageAspect = 1414.0 / 1000.0;
+
+QImage blurredBy(const QImage& image, double radius) {
+    // Shrink and grow back smoothly: about a box blur of the shrink factor.
+    const double factor = std::max(1.0, radius);
+    const QSize small(std::max(1, int(image.width() / factor)),
+                      std::max(1, int(image.height() / factor)));
+    return image.scaled(small, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+        .scaled(image.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+        .convertToFormat(QImage::Format_RGB32);
+}
+
+/// sharp above sharpTop of the height, blurred below, with a soft seam.
+QImage partlyBlurred(const QImage& sharp, const QImage& blurred, double sharpTop) {
+    QImage out = blurred;
+    const int height = sharp.height();
+    const double seam = 0.08 * height;
+    const double start = sharpTop * height;
+    for (int y = 0; y < height; ++y) {
+        const double weight = std::clamp((y - start) / seam, 0.0, 1.0);  // 1: blurred
+        if (weight >= 1.0) {
+            continue;
+        }
+        const auto* a = reinterpret_cast<const QRgb*>(sharp.constScanLine(y));
+        auto* b = reinterpret_cast<QRgb*>(out.scanLine(y));
+        const int w = static_cast<int>(std::lround(weight * 256));
+        for (int x = 0; x < sharp.width(); ++x) {
+            const auto mixChannel = [&](int shift) {
+                const int ca = (a[x] >> shift) & 0xFF;
+                const int cb = (b[x] >> shift) & 0xFF;
+                return ((ca * (256 - w) + cb * w) >> 8) << shift;
+            };
+            b[x] = 0xFF000000u | mixChannel(16) | mixChannel(8) | mixChannel(0);
+        }
+    }
+    return out;
+}
+
 class DocumentSource final : public Source {
 public:
-    DocumentSource(std::uint64_t seed, Desk desk) : _seed(seed), _desk(desk) {}
+    DocumentSource(std::uint64_t seed, Desk desk, const SceneKnobs& knobs)
+        : _seed(seed), _desk(desk), _knobs(knobs) {}
 
     QImage render(const QSize& size, int /*index*/) const override {
         QImage canvas(size, QImage::Format_RGB32);
-        QPainter painter(&canvas);
-        painter.setRenderHint(QPainter::Antialiasing);
-        std::mt19937_64 random(_seed);
-        paintDesk(painter, size, random);
-        paintPage(painter, size, random);
+        {
+            QPainter painter(&canvas);
+            painter.setRenderHint(QPainter::Antialiasing);
+            std::mt19937_64 random(_seed);
+            paintDesk(painter, size, random);
+            if (_knobs.page) {
+                paintPage(painter, pageCorners(size, 0), random);
+            }
+            paintLight(painter, size);
+        }
+        if (_knobs.blur > 0) {
+            const double radius = _knobs.blur * std::min(size.width(), size.height());
+            const QImage soft = blurredBy(canvas, radius);
+            canvas = _knobs.sharpTop > 0 ? partlyBlurred(canvas, soft, _knobs.sharpTop) : soft;
+        }
         return canvas;
     }
 
+    QPolygonF pageCorners(const QSize& size, int /*index*/) const override {
+        if (!_knobs.page || size.isEmpty()) {
+            return {};
+        }
+        // The page's placement has a random stream of its own, so that it
+        // does not depend on how much the desk drew.
+        std::mt19937_64 random(mix(_seed ^ 0x70616765ULL));
+        std::uniform_real_distribution<double> jitter(-0.008, 0.008);
+        const double w = size.width();
+        const double h = size.height();
+        double pageWidth = 0.72 * w * _knobs.scale;
+        double pageHeight = pageWidth * kPageAspect;
+        if (pageHeight > 0.86 * h * _knobs.scale) {
+            pageHeight = 0.86 * h * _knobs.scale;
+            pageWidth = pageHeight / kPageAspect;
+        }
+        const double tilt = std::clamp(_knobs.tilt, -0.6, 0.6);
+        const double top = pageWidth * (1 - tilt / 2);
+        const double bottom = pageWidth * (1 + tilt / 2);
+        QPolygonF corners({QPointF(-top / 2, -pageHeight / 2), QPointF(top / 2, -pageHeight / 2),
+                           QPointF(bottom / 2, pageHeight / 2),
+                           QPointF(-bottom / 2, pageHeight / 2)});
+        for (QPointF& corner : corners) {
+            corner += QPointF(jitter(random) * w, jitter(random) * w);
+        }
+        const QPointF centre((0.5 + _knobs.offset.x() + jitter(random)) * w,
+                             (0.5 + _knobs.offset.y() + jitter(random)) * h);
+        return QTransform().translate(centre.x(), centre.y()).rotate(_knobs.rotation).map(corners);
+    }
+
 private:
+    QColor deskColor() const {
+        if (_knobs.deskColor.isValid()) {
+            return _knobs.deskColor;
+        }
+        switch (_desk) {
+            case Desk::Wood:
+                return {138, 96, 60};
+            case Desk::Grey:
+                return {112, 112, 116};
+            case Desk::White:
+                return {226, 226, 221};
+        }
+        return {112, 112, 116};
+    }
+
     void paintDesk(QPainter& painter, const QSize& size, std::mt19937_64& random) const {
         const double w = size.width();
         const double h = size.height();
+        const double texture = std::clamp(_knobs.deskTexture, 0.0, 1.0);
+        const QColor base = deskColor();
         std::uniform_real_distribution<double> unit(0.0, 1.0);
+        painter.fillRect(QRectF(0, 0, w, h), base);
+        const auto shaded = [&](int shade, int alpha) {
+            return QColor(std::clamp(base.red() + shade, 0, 255),
+                          std::clamp(base.green() + shade, 0, 255),
+                          std::clamp(base.blue() + shade, 0, 255), alpha);
+        };
         if (_desk == Desk::Wood) {
-            painter.fillRect(QRectF(0, 0, w, h), QColor(138, 96, 60));
             // Grain: long wavy lines, a little darker or lighter than the board.
             for (int line = 0; line < 70; ++line) {
                 const double y0 = unit(random) * h;
@@ -87,44 +189,34 @@ private:
                     const double x = w * step / 24.0;
                     path.lineTo(x, y0 + wave * std::sin(phase + step * 0.6));
                 }
-                painter.setPen(QPen(QColor(138 + shade, 96 + shade, 60 + shade / 2, 110),
+                painter.setPen(QPen(shaded(shade, int(110 * texture)),
                                     std::max(1.0, w / 400 * (1 + 2 * unit(random)))));
                 painter.drawPath(path);
             }
         } else {
-            painter.fillRect(QRectF(0, 0, w, h), QColor(112, 112, 116));
+            // Speckle; a pale board has fainter specks.
+            const int spread = _desk == Desk::White ? 10 : 24;
             painter.setPen(Qt::NoPen);
             for (int dot = 0; dot < 600; ++dot) {
-                const int shade = 112 + static_cast<int>(unit(random) * 24) - 12;
-                painter.setBrush(QColor(shade, shade, shade + 3));
+                const int shade = static_cast<int>(unit(random) * spread) - spread / 2;
+                painter.setBrush(shaded(shade, int(255 * texture)));
                 const double r = std::max(1.0, w / 700);
                 painter.drawEllipse(QPointF(unit(random) * w, unit(random) * h), r, r);
             }
         }
-        // Light falls from the top left.
-        QLinearGradient light(0, 0, w, h);
-        light.setColorAt(0.0, QColor(255, 255, 255, 40));
-        light.setColorAt(1.0, QColor(0, 0, 0, 60));
-        painter.fillRect(QRectF(0, 0, w, h), light);
     }
 
-    void paintPage(QPainter& painter, const QSize& size, std::mt19937_64& random) const {
-        const double w = size.width();
-        const double h = size.height();
-        std::uniform_real_distribution<double> jitter(-0.012, 0.012);
-        // The page as seen in slight perspective: its far (top) edge is narrower.
-        const QPolygonF quad({QPointF((0.17 + jitter(random)) * w, (0.15 + jitter(random)) * h),
-                              QPointF((0.84 + jitter(random)) * w, (0.13 + jitter(random)) * h),
-                              QPointF((0.90 + jitter(random)) * w, (0.86 + jitter(random)) * h),
-                              QPointF((0.11 + jitter(random)) * w, (0.88 + jitter(random)) * h)});
+    void paintPage(QPainter& painter, const QPolygonF& quad, std::mt19937_64& random) const {
+        const QSizeF size(painter.device()->width(), painter.device()->height());
         painter.setPen(Qt::NoPen);
         for (int layer = 3; layer >= 1; --layer) {
             painter.setBrush(QColor(0, 0, 0, 28));
-            painter.drawPolygon(quad.translated(w * 0.004 * layer, h * 0.003 * layer));
+            painter.drawPolygon(
+                quad.translated(size.width() * 0.004 * layer, size.height() * 0.003 * layer));
         }
 
         // Page units: an A4 sheet 1000 wide.
-        const QRectF page(0, 0, 1000, 1414);
+        const QRectF page(0, 0, 1000, 1000 * kPageAspect);
         QTransform toQuad;
         const QPolygonF corners(
             {page.topLeft(), page.topRight(), page.bottomRight(), page.bottomLeft()});
@@ -160,8 +252,33 @@ private:
         painter.restore();
     }
 
+    void paintLight(QPainter& painter, const QSize& size) const {
+        const double w = size.width();
+        const double h = size.height();
+        // Light falls from the top left.
+        const double gradient = std::clamp(_knobs.lightGradient, 0.0, 3.0);
+        if (gradient > 0) {
+            QLinearGradient light(0, 0, w, h);
+            light.setColorAt(0.0, QColor(255, 255, 255, std::min(255, int(40 * gradient))));
+            light.setColorAt(1.0, QColor(0, 0, 0, std::min(255, int(60 * gradient))));
+            painter.fillRect(QRectF(0, 0, w, h), light);
+        }
+        // Something between the lamp and the desk darkens the left side, with
+        // a soft edge across the page.
+        const double shadow = std::clamp(_knobs.shadow, 0.0, 1.0);
+        if (shadow > 0) {
+            QLinearGradient band(0, 0, w, 0.35 * h);
+            const QColor dark(0, 0, 0, int(170 * shadow));
+            band.setColorAt(0.0, dark);
+            band.setColorAt(0.3, dark);
+            band.setColorAt(0.42, QColor(0, 0, 0, 0));
+            painter.fillRect(QRectF(0, 0, w, h), band);
+        }
+    }
+
     std::uint64_t _seed;
     Desk _desk;
+    SceneKnobs _knobs;
 };
 
 class ImageSource final : public Source {
@@ -226,8 +343,9 @@ void addNoise(std::uint8_t* dst, const std::uint8_t* src, const std::int8_t* noi
 
 }  // namespace
 
-std::shared_ptr<const Source> makeDocumentSource(std::uint64_t seed, Desk desk) {
-    return std::make_shared<DocumentSource>(seed, desk);
+std::shared_ptr<const Source> makeDocumentSource(std::uint64_t seed, Desk desk,
+                                                 const SceneKnobs& knobs) {
+    return std::make_shared<DocumentSource>(seed, desk, knobs);
 }
 
 std::shared_ptr<const Source> makeImageSource(const QImage& image) {
@@ -241,6 +359,29 @@ std::shared_ptr<const Source> makeFolderSource(const QString& folder) {
 int marginFor(const QSize& frameSize) {
     const int shortSide = std::min(frameSize.width(), frameSize.height());
     return std::max(4, shortSide / 80 / 2 * 2);
+}
+
+QPoint frameOrigin(const QSize& frameSize, int dx, int dy) {
+    const int margin = marginFor(frameSize);
+    return {margin + std::clamp(dx, -margin, margin) / 2 * 2,
+            margin + std::clamp(dy, -margin, margin) / 2 * 2};
+}
+
+QPolygonF canvasToFrame(const QPolygonF& canvasPoints, const FrameLayout& layout, int dx, int dy) {
+    const QSize canvas = canvasSize(layout);
+    const QTransform turn = QImage::trueMatrix(
+        QTransform().rotate(video_geometry::rotationFromUpright(layout.orientation)),
+        canvas.width(), canvas.height());
+    QPolygonF points = turn.map(canvasPoints);
+    const QSize turned = turn.mapRect(QRect(QPoint(0, 0), canvas)).size();
+    const QPoint origin = frameOrigin(layout.size(), dx, dy);
+    for (QPointF& point : points) {
+        if (layout.mirrored) {
+            point.setX(turned.width() - point.x());
+        }
+        point -= origin;
+    }
+    return points;
 }
 
 PreparedScene::PreparedScene(Key, const FrameLayout& layout, const Look& look, int margin)
@@ -366,8 +507,9 @@ void PreparedScene::renderFrame(PixelBuffer& buffer, int dx, int dy,
         }
         return;
     }
-    const int left = _margin + std::clamp(dx, -_margin, _margin) / 2 * 2;
-    const int top = _margin + std::clamp(dy, -_margin, _margin) / 2 * 2;
+    const QPoint origin = frameOrigin(QSize(width, height), dx, dy);
+    const int left = origin.x();
+    const int top = origin.y();
     const Plane& main = _planes[0];
     const std::size_t rowBytes = std::size_t(width) * _bytesPerPixel;
     for (int y = 0; y < height; ++y) {

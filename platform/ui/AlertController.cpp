@@ -95,6 +95,12 @@ void AlertController::updateButtons() {
     });
 }
 
+void AlertController::performAction(const AlertActionPtr& action) {
+    if (std::find(_actions.begin(), _actions.end(), action) != _actions.end()) {
+        actionTapped(action);
+    }
+}
+
 void AlertController::actionTapped(const AlertActionPtr& action) {
     // Taps while the alert comes or goes do nothing, as on the platform,
     // where the screen ignores touches during transitions.

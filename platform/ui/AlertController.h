@@ -71,6 +71,9 @@ public:
     /// log line, as the platform allows one.
     void addAction(const AlertActionPtr& action);
     const std::vector<AlertActionPtr>& actions() const { return _actions; }
+    /// Chooses one of the alert's actions as a tap on its button would (the
+    /// keyboard's Return and Escape use it).
+    void performAction(const AlertActionPtr& action);
 
     void loadView() override;
     void viewWillAppear(bool animated) override;

@@ -4,7 +4,9 @@
 #include "platform/layers/Layer.h"
 #include "platform/render/LayerPainter.h"
 #include "platform/ui/Window.h"
+#include "platform/ui/WindowAccess.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QTouchEvent>
@@ -61,6 +63,7 @@ void HostBridge::paint(QPainter& painter) {
     _window->layoutIfNeededForHost();
     painter.fillRect(_window->bounds(), Qt::black);
     LayerPainter::paint(painter, *_window->layer(), RunLoop::main().now());
+    _window->access().paintFocusRing(painter);
     _painting = false;
     scheduleFrames();
 }
@@ -142,6 +145,14 @@ bool HostBridge::touchEvent(const QTouchEvent& event) {
         default:
             return true;
     }
+}
+
+bool HostBridge::keyEvent(const QKeyEvent& event, bool wrapFocus) {
+    if (event.type() != QEvent::KeyPress) {
+        return false;
+    }
+    _window->layoutIfNeededForHost();
+    return _window->access().keyPress(event.key(), event.modifiers(), wrapFocus);
 }
 
 }  // namespace platform

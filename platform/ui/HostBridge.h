@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 
+class QKeyEvent;
 class QMouseEvent;
 class QPainter;
 class QTouchEvent;
@@ -19,7 +20,8 @@ class Window;
 /// window as large as the surface, runs its layout passes, paints it with
 /// LayerPainter at the run loop's time, asks the surface to repaint when the
 /// tree changes and 60 times a second while animations run, and turns mouse
-/// and touch events into the window's touches. Main thread only.
+/// and touch events into the window's touches and key presses into its
+/// keyboard handling; paints the keyboard focus ring. Main thread only.
 class HostBridge {
 public:
     /// requestUpdate asks the surface for a repaint (it may coalesce).
@@ -42,6 +44,9 @@ public:
     bool mouseEvent(const QMouseEvent& event);
     /// Feeds the first touch point of a touch sequence.
     bool touchEvent(const QTouchEvent& event);
+    /// Feeds a key press to the window's keyboard handling; false when it
+    /// did not use the key. See WindowAccess::keyPress for wrapFocus.
+    bool keyEvent(const QKeyEvent& event, bool wrapFocus);
 
     /// True while an animation of the tree is in effect at time.
     bool isAnimating(double time) const;

@@ -2,6 +2,8 @@
 
 #include "platform/ui/Window.h"
 
+#include <QFocusEvent>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QTouchEvent>
@@ -10,8 +12,11 @@
 namespace platform {
 
 QtWidgetHost::QtWidgetHost(std::shared_ptr<Window> window, QWidget* parent)
-    : QWidget(parent), _bridge(std::move(window), [this] { update(); }) {
+    : QWidget(parent),
+      _bridge(std::move(window), [this] { update(); }),
+      _accessibility(_bridge.window(), this, [this] { update(); }) {
     setAttribute(Qt::WA_AcceptTouchEvents);
+    setFocusPolicy(Qt::StrongFocus);
     setAttribute(Qt::WA_OpaquePaintEvent);
 }
 
@@ -51,6 +56,15 @@ bool QtWidgetHost::event(QEvent* event) {
             syncSize();
             event->setAccepted(_bridge.touchEvent(*static_cast<QTouchEvent*>(event)));
             return true;
+        case QEvent::KeyPress:
+            // Before QWidget, which would take Tab to move between widgets:
+            // Tab moves among the tree's elements first.
+            syncSize();
+            if (_bridge.keyEvent(*static_cast<QKeyEvent*>(event), false)) {
+                event->accept();
+                return true;
+            }
+            return QWidget::event(event);
         default:
             return QWidget::event(event);
     }
@@ -73,6 +87,11 @@ void QtWidgetHost::showEvent(QShowEvent* /*event*/) {
     if (!hostedWindow()->isVisible()) {
         hostedWindow()->makeKeyAndVisible();
     }
+}
+
+void QtWidgetHost::focusInEvent(QFocusEvent* event) {
+    QWidget::focusInEvent(event);
+    _accessibility.hostFocusedIn(event->reason());
 }
 
 void QtWidgetHost::mousePressEvent(QMouseEvent* event) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ui/HostAccessibility.h"
 #include "platform/ui/HostBridge.h"
 #include "platform/ui/ScreenEnvironment.h"
 
@@ -34,6 +35,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void showEvent(QShowEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
@@ -43,6 +45,7 @@ private:
     void followTopLevelScreen();
 
     HostBridge _bridge;
+    HostAccessibility _accessibility;
     ScreenEnvironment _environment;
     QMetaObject::Connection _screenChanges;
 };

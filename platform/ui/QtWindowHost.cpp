@@ -2,6 +2,8 @@
 
 #include "platform/ui/Window.h"
 
+#include <QFocusEvent>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QTouchEvent>
@@ -9,7 +11,9 @@
 namespace platform {
 
 QtWindowHost::QtWindowHost(std::shared_ptr<platform::Window> window, QWindow* parent)
-    : QRasterWindow(parent), _bridge(std::move(window), [this] { update(); }) {
+    : QRasterWindow(parent),
+      _bridge(std::move(window), [this] { update(); }),
+      _accessibility(_bridge.window(), this, [this] { update(); }) {
     connect(this, &QWindow::screenChanged, this,
             [this](QScreen* screen) { _environment.follow(screen); });
     _environment.follow(screen());
@@ -42,6 +46,20 @@ void QtWindowHost::showEvent(QShowEvent* /*event*/) {
     if (!hostedWindow()->isVisible()) {
         hostedWindow()->makeKeyAndVisible();
     }
+}
+
+void QtWindowHost::keyPressEvent(QKeyEvent* event) {
+    syncSize();
+    if (_bridge.keyEvent(*event, true)) {
+        event->accept();
+    } else {
+        QRasterWindow::keyPressEvent(event);
+    }
+}
+
+void QtWindowHost::focusInEvent(QFocusEvent* event) {
+    QRasterWindow::focusInEvent(event);
+    _accessibility.hostFocusedIn(event->reason());
 }
 
 void QtWindowHost::mousePressEvent(QMouseEvent* event) {

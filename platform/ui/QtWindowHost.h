@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ui/HostAccessibility.h"
 #include "platform/ui/HostBridge.h"
 #include "platform/ui/ScreenEnvironment.h"
 
@@ -30,6 +31,8 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void showEvent(QShowEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
@@ -39,6 +42,7 @@ private:
     void syncSize();
 
     HostBridge _bridge;
+    HostAccessibility _accessibility;
     ScreenEnvironment _environment;
 };
 

@@ -8,6 +8,7 @@
 #include "platform/ui/ViewAnimation.h"
 #include "platform/ui/ViewController.h"
 #include "platform/ui/Window.h"
+#include "platform/ui/WindowAccess.h"
 
 #include <QPainter>
 
@@ -705,6 +706,26 @@ QString View::dump() const {
     };
     line(*this, 0);
     return out;
+}
+
+void View::setAccessibilityLabel(const QString& label) {
+    if (label == _accessibilityLabel) {
+        return;
+    }
+    _accessibilityLabel = label;
+    if (const auto w = window()) {
+        w->access().viewLabelChanged(*this);
+    }
+}
+
+void View::setAccessibilityValue(const QString& value) {
+    if (value == _accessibilityValue) {
+        return;
+    }
+    _accessibilityValue = value;
+    if (const auto w = window()) {
+        w->access().viewValueChanged(*this);
+    }
 }
 
 }  // namespace platform

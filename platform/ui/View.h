@@ -223,11 +223,15 @@ public:
     bool isAccessibilityElement() const { return _accessibilityElement; }
     void setIsAccessibilityElement(bool element) { _accessibilityElement = element; }
     const QString& accessibilityLabel() const { return _accessibilityLabel; }
-    void setAccessibilityLabel(const QString& label) { _accessibilityLabel = label; }
+    /// Label and value changes are reported to the window's assistive tools.
+    void setAccessibilityLabel(const QString& label);
     const QString& accessibilityHint() const { return _accessibilityHint; }
     void setAccessibilityHint(const QString& hint) { _accessibilityHint = hint; }
     const QString& accessibilityValue() const { return _accessibilityValue; }
-    void setAccessibilityValue(const QString& value) { _accessibilityValue = value; }
+    void setAccessibilityValue(const QString& value);
+    /// accessibility_traits bits; none means those of the view's kind.
+    unsigned accessibilityTraits() const { return _accessibilityTraits; }
+    void setAccessibilityTraits(unsigned traits) { _accessibilityTraits = traits; }
 
     // Block animations. Changes to frame, bounds, center, transform, alpha
     // and background colour made inside `animations` (layout passes
@@ -301,6 +305,7 @@ private:
     bool _multipleTouchEnabled = false;
     bool _accessibilityElement = false;
     int _tag = 0;
+    unsigned _accessibilityTraits = 0;
     float _hugging[2] = {250.0f, 250.0f};
     float _compression[2] = {750.0f, 750.0f};
     QString _accessibilityLabel;

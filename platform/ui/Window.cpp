@@ -6,6 +6,7 @@
 #include "platform/ui/GestureRecognizer.h"
 #include "platform/ui/LayoutEngine.h"
 #include "platform/ui/ViewController.h"
+#include "platform/ui/WindowAccess.h"
 
 #include <algorithm>
 
@@ -16,7 +17,9 @@ std::shared_ptr<Window> Window::create(const QRectF& frame) {
 }
 
 Window::Window(const QRectF& frame)
-    : View(frame), _layoutEngine(std::make_unique<LayoutEngine>()) {}
+    : View(frame),
+      _layoutEngine(std::make_unique<LayoutEngine>()),
+      _access(std::make_unique<WindowAccess>(*this)) {}
 
 Window::~Window() = default;
 
@@ -31,6 +34,10 @@ QString Window::typeName() const {
 
 LayoutEngine& Window::layoutEngine() {
     return *_layoutEngine;
+}
+
+WindowAccess& Window::access() {
+    return *_access;
 }
 
 void Window::setRootViewController(const std::shared_ptr<ViewController>& controller) {

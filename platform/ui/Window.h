@@ -9,6 +9,7 @@ namespace platform {
 
 class LayoutEngine;
 class ViewController;
+class WindowAccess;
 
 /// The root of a view tree on screen: holds the root view controller, runs
 /// layout passes with its own constraint engine, and routes touches to views
@@ -29,6 +30,8 @@ public:
 
     /// The constraint engine of this window's tree.
     LayoutEngine& layoutEngine();
+    /// Keyboard focus, key commands and accessibility notifications.
+    WindowAccess& access();
 
     /// Delivers one touch phase at a point in window coordinates: hit-tests
     /// on Began, then feeds the touch to the gesture recognisers of the hit
@@ -55,6 +58,7 @@ protected:
 private:
     std::shared_ptr<ViewController> _rootViewController;
     std::unique_ptr<LayoutEngine> _layoutEngine;
+    std::unique_ptr<WindowAccess> _access;
     bool _visible = false;
     std::vector<Touch> _activeTouches;
     std::function<void()> _needsDisplay;

@@ -1,3 +1,4 @@
+#include "platform/capture/CameraChoice.h"
 #include "platform/capture/CaptureDevice.h"
 #include "platform/capture/VirtualCamera.h"
 #include "platform/environment/Environment.h"
@@ -20,18 +21,7 @@ DiscoveryState& state() {
     return discovery;
 }
 
-std::vector<std::shared_ptr<CaptureDevice>> defaultDevices() {
-    DeviceDiscovery::Provider hardware;
-    {
-        std::lock_guard lock(state().mutex);
-        hardware = state().hardware;
-    }
-    if (hardware) {
-        auto cameras = hardware();
-        if (!cameras.empty()) {
-            return cameras;
-        }
-    }
+std::vector<std::shared_ptr<CaptureDevice>> virtualDevices() {
     {
         std::lock_guard lock(state().mutex);
         if (!state().virtualCameras.empty()) {
@@ -46,6 +36,34 @@ std::vector<std::shared_ptr<CaptureDevice>> defaultDevices() {
         state().virtualCameras = {std::move(back), std::move(front)};
     }
     return state().virtualCameras;
+}
+
+// The real cameras, unless the choice says otherwise; the virtual ones stand
+// in only without any real camera or when asked for.
+std::vector<std::shared_ptr<CaptureDevice>> defaultDevices() {
+    const CameraChoice choice = CameraSelection::current();
+    switch (choice.kind) {
+        case CameraChoice::Kind::None:
+            return {};
+        case CameraChoice::Kind::Virtual:
+            return virtualDevices();
+        case CameraChoice::Kind::Replay:
+        case CameraChoice::Kind::Automatic:
+        case CameraChoice::Kind::Camera:
+            break;
+    }
+    DeviceDiscovery::Provider hardware;
+    {
+        std::lock_guard lock(state().mutex);
+        hardware = state().hardware;
+    }
+    if (hardware) {
+        auto cameras = hardware();
+        if (!cameras.empty()) {
+            return cameras;
+        }
+    }
+    return virtualDevices();
 }
 
 // The capture system is part of the library: the availability probe is in

@@ -1,5 +1,7 @@
 #include "platform/capture/PixelConversion.h"
 
+#include "platform/capture/PixelTurning.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -122,14 +124,30 @@ int yuyvBlocks(const std::uint8_t* in, std::uint8_t* out, int width) {
     return x;
 }
 
+// Sixteen chroma bytes (eight U,V pairs) for pixels x to x + 15.
+struct Nv12Chroma {
+    const std::uint8_t* uv;
+    __m128i at(int x) const { return load(uv + x); }
+};
+
+struct I420Chroma {
+    const std::uint8_t* u;
+    const std::uint8_t* v;
+    __m128i at(int x) const {
+        return _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(u + x / 2)),
+                                 _mm_loadl_epi64(reinterpret_cast<const __m128i*>(v + x / 2)));
+    }
+};
+
 // Two luma rows share one chroma row, so its terms are computed once for
 // both; lumaBelow and outBelow are null for a last, unpaired row.
-int nv12Blocks(const std::uint8_t* luma, const std::uint8_t* lumaBelow, const std::uint8_t* chroma,
-               std::uint8_t* out, std::uint8_t* outBelow, int width) {
+template <typename Chroma>
+int yuv420Blocks(const std::uint8_t* luma, const std::uint8_t* lumaBelow, Chroma chroma,
+                 std::uint8_t* out, std::uint8_t* outBelow, int width) {
     const __m128i zero = _mm_setzero_si128();
     int x = 0;
     for (; x + 16 <= width; x += 16) {
-        const __m128i uv = load(chroma + x);
+        const __m128i uv = chroma.at(x);
         const ChromaTerms terms =
             chromaTerms(_mm_unpacklo_epi8(uv, zero), _mm_unpackhi_epi8(uv, zero));
         const __m128i y = load(luma + x);
@@ -143,14 +161,92 @@ int nv12Blocks(const std::uint8_t* luma, const std::uint8_t* lumaBelow, const st
     return x;
 }
 
+// The luma of sixteen YUYV pixels at a time; returns the pixels done.
+int yuyvLumaBlocks(const std::uint8_t* in, std::uint8_t* out, int width) {
+    const __m128i lowBytes = _mm_set1_epi16(0x00FF);
+    int x = 0;
+    for (; x + 16 <= width; x += 16) {
+        const __m128i a = _mm_and_si128(load(in + 2 * x), lowBytes);
+        const __m128i b = _mm_and_si128(load(in + 2 * x + 16), lowBytes);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), _mm_packus_epi16(a, b));
+    }
+    return x;
+}
+
+// Eight chroma pairs at a time, the average of two YUYV rows; returns the
+// pairs done.
+int yuyvChromaBlocks(const std::uint8_t* above, const std::uint8_t* below, std::uint8_t* out,
+                     int pairs) {
+    int p = 0;
+    for (; p + 8 <= pairs; p += 8) {
+        const __m128i a0 = _mm_srli_epi16(load(above + 4 * p), 8);
+        const __m128i a1 = _mm_srli_epi16(load(above + 4 * p + 16), 8);
+        const __m128i b0 = _mm_srli_epi16(load(below + 4 * p), 8);
+        const __m128i b1 = _mm_srli_epi16(load(below + 4 * p + 16), 8);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * p),
+                         _mm_packus_epi16(_mm_avg_epu16(a0, b0), _mm_avg_epu16(a1, b1)));
+    }
+    return p;
+}
+
+// Sixteen U and V samples into sixteen pairs at a time; returns the pairs done.
+int interleaveBlocks(const std::uint8_t* u, const std::uint8_t* v, std::uint8_t* out, int pairs) {
+    int p = 0;
+    for (; p + 16 <= pairs; p += 16) {
+        const __m128i us = load(u + p);
+        const __m128i vs = load(v + p);
+        auto* dst = reinterpret_cast<__m128i*>(out + 2 * p);
+        _mm_storeu_si128(dst, _mm_unpacklo_epi8(us, vs));
+        _mm_storeu_si128(dst + 1, _mm_unpackhi_epi8(us, vs));
+    }
+    return p;
+}
+
+// Four BGRA pixels at a time, alpha set; returns the pixels done.
+int opaqueBlocks(const std::uint8_t* in, std::uint8_t* out, int width) {
+    const __m128i alpha = _mm_set1_epi32(static_cast<int>(0xFF000000u));
+    int x = 0;
+    for (; x + 4 <= width; x += 4) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * x),
+                         _mm_or_si128(load(in + 4 * x), alpha));
+    }
+    return x;
+}
+
 #else
 
 int yuyvBlocks(const std::uint8_t*, std::uint8_t*, int) {
     return 0;
 }
 
-int nv12Blocks(const std::uint8_t*, const std::uint8_t*, const std::uint8_t*, std::uint8_t*,
-               std::uint8_t*, int) {
+struct Nv12Chroma {
+    const std::uint8_t* uv;
+};
+
+struct I420Chroma {
+    const std::uint8_t* u;
+    const std::uint8_t* v;
+};
+
+template <typename Chroma>
+int yuv420Blocks(const std::uint8_t*, const std::uint8_t*, Chroma, std::uint8_t*, std::uint8_t*,
+                 int) {
+    return 0;
+}
+
+int yuyvLumaBlocks(const std::uint8_t*, std::uint8_t*, int) {
+    return 0;
+}
+
+int yuyvChromaBlocks(const std::uint8_t*, const std::uint8_t*, std::uint8_t*, int) {
+    return 0;
+}
+
+int interleaveBlocks(const std::uint8_t*, const std::uint8_t*, std::uint8_t*, int) {
+    return 0;
+}
+
+int opaqueBlocks(const std::uint8_t*, std::uint8_t*, int) {
     return 0;
 }
 
@@ -160,41 +256,223 @@ struct ChromaPair {
     int u, v;
 };
 
+inline ChromaPair chromaOf(const Nv12Chroma& c, int pair) {
+    return {c.uv[2 * pair], c.uv[2 * pair + 1]};
+}
+
+inline ChromaPair chromaOf(const I420Chroma& c, int pair) {
+    return {c.u[pair], c.v[pair]};
+}
+
+void yuyvRow(const std::uint8_t* in, std::uint8_t* out, int width) {
+    const int done = yuyvBlocks(in, out, width);
+    scalarTail(
+        done, width, out, [in](int x) { return in[2 * x]; },
+        [in](int pair) {
+            return ChromaPair{in[4 * pair + 1], in[4 * pair + 3]};
+        });
+}
+
+// One or two luma rows over one chroma row; lumaBelow/outBelow null for one.
+template <typename Chroma>
+void yuv420Rows(const std::uint8_t* y, const std::uint8_t* yBelow, Chroma chroma, std::uint8_t* out,
+                std::uint8_t* outBelow, int width) {
+    const int done = yuv420Blocks(y, yBelow, chroma, out, outBelow, width);
+    const auto chromaAt = [&chroma](int pair) { return chromaOf(chroma, pair); };
+    scalarTail(
+        done, width, out, [y](int x) { return y[x]; }, chromaAt);
+    if (yBelow != nullptr) {
+        scalarTail(
+            done, width, outBelow, [yBelow](int x) { return yBelow[x]; }, chromaAt);
+    }
+}
+
+// Source rows of a 4:2:0 frame in bands: the chroma of luma rows y and y + 1
+// is chromaFor(y / 2, x) for columns from x (even).
+template <typename ChromaFor>
+auto yuv420Producer(const std::uint8_t* luma, std::size_t lumaStride, int height,
+                    ChromaFor chromaFor) {
+    return [=](int y, int rows, int x, int columns, std::uint8_t* out, std::ptrdiff_t outStride) {
+        for (int i = 0; i < rows; i += 2) {
+            const int row = y + i;
+            const bool paired = row + 1 < height && i + 1 < rows;
+            const std::uint8_t* above = luma + row * lumaStride + x;
+            std::uint8_t* outAbove = out + i * outStride;
+            yuv420Rows(above, paired ? above + lumaStride : nullptr, chromaFor(row / 2, x),
+                       outAbove, paired ? outAbove + outStride : nullptr, columns);
+        }
+    };
+}
+
+// A plane copied as it is, Bytes bytes an element.
+template <int Bytes>
+auto copyProducer(const std::uint8_t* src, std::size_t srcStride) {
+    return [=](int y, int rows, int x, int columns, std::uint8_t* out, std::ptrdiff_t outStride) {
+        for (int i = 0; i < rows; ++i) {
+            std::memcpy(out + i * outStride, src + (y + i) * srcStride + Bytes * x,
+                        static_cast<std::size_t>(Bytes) * columns);
+        }
+    };
+}
+
+inline std::uint8_t lumaOf(const std::uint8_t* bgra) {
+    return static_cast<std::uint8_t>((29 * bgra[0] + 150 * bgra[1] + 77 * bgra[2] + 128) >> 8);
+}
+
 }  // namespace
 
+using pixel_turning::writeTurned;
+
 void convertYuyvToBgra(const std::uint8_t* src, std::size_t srcStride, std::uint8_t* dst,
-                       std::size_t dstStride, int width, int height) {
-    for (int row = 0; row < height; ++row) {
-        const std::uint8_t* in = src + row * srcStride;
-        std::uint8_t* out = dst + row * dstStride;
-        const int done = yuyvBlocks(in, out, width);
-        scalarTail(
-            done, width, out, [in](int x) { return in[2 * x]; },
-            [in](int pair) {
-                return ChromaPair{in[4 * pair + 1], in[4 * pair + 3]};
-            });
-    }
+                       std::size_t dstStride, int width, int height, Turn turn) {
+    writeTurned<4>(
+        [=](int y, int rows, int x, int columns, std::uint8_t* out, std::ptrdiff_t outStride) {
+            for (int i = 0; i < rows; ++i) {
+                yuyvRow(src + (y + i) * srcStride + 2 * x, out + i * outStride, columns);
+            }
+        },
+        dst, dstStride, width, height, turn);
 }
 
 void convertNv12ToBgra(const std::uint8_t* luma, std::size_t lumaStride, const std::uint8_t* chroma,
                        std::size_t chromaStride, std::uint8_t* dst, std::size_t dstStride,
-                       int width, int height) {
-    for (int row = 0; row < height; row += 2) {
-        const bool paired = row + 1 < height;
-        const std::uint8_t* y = luma + row * lumaStride;
-        const std::uint8_t* yBelow = paired ? y + lumaStride : nullptr;
-        const std::uint8_t* uv = chroma + (row / 2) * chromaStride;
-        std::uint8_t* out = dst + row * dstStride;
-        std::uint8_t* outBelow = paired ? out + dstStride : nullptr;
-        const int done = nv12Blocks(y, yBelow, uv, out, outBelow, width);
-        const auto chromaAt = [uv](int pair) { return ChromaPair{uv[2 * pair], uv[2 * pair + 1]}; };
-        scalarTail(
-            done, width, out, [y](int x) { return y[x]; }, chromaAt);
-        if (paired) {
-            scalarTail(
-                done, width, outBelow, [yBelow](int x) { return yBelow[x]; }, chromaAt);
-        }
+                       int width, int height, Turn turn) {
+    writeTurned<4>(yuv420Producer(luma, lumaStride, height,
+                                  [=](int chromaRow, int x) {
+                                      return Nv12Chroma{chroma + chromaRow * chromaStride + x};
+                                  }),
+                   dst, dstStride, width, height, turn);
+}
+
+void convertI420ToBgra(const std::uint8_t* luma, std::size_t lumaStride, const std::uint8_t* u,
+                       std::size_t uStride, const std::uint8_t* v, std::size_t vStride,
+                       std::uint8_t* dst, std::size_t dstStride, int width, int height, Turn turn) {
+    writeTurned<4>(
+        yuv420Producer(
+            luma, lumaStride, height,
+            [=](int chromaRow, int x) {
+                return I420Chroma{u + chromaRow * uStride + x / 2, v + chromaRow * vStride + x / 2};
+            }),
+        dst, dstStride, width, height, turn);
+}
+
+void copyBgra(const std::uint8_t* src, std::size_t srcStride, std::uint8_t* dst,
+              std::size_t dstStride, int width, int height, Turn turn, bool opaque) {
+    if (!opaque) {
+        writeTurned<4>(copyProducer<4>(src, srcStride), dst, dstStride, width, height, turn);
+        return;
     }
+    writeTurned<4>(
+        [=](int y, int rows, int x, int columns, std::uint8_t* out, std::ptrdiff_t outStride) {
+            for (int i = 0; i < rows; ++i) {
+                const std::uint8_t* in = src + (y + i) * srcStride + 4 * x;
+                std::uint8_t* row = out + i * outStride;
+                for (int c = opaqueBlocks(in, row, columns); c < columns; ++c) {
+                    std::memcpy(row + 4 * c, in + 4 * c, 3);
+                    row[4 * c + 3] = 255;
+                }
+            }
+        },
+        dst, dstStride, width, height, turn);
+}
+
+void convertYuyvTo420f(const std::uint8_t* src, std::size_t srcStride, std::uint8_t* luma,
+                       std::size_t lumaStride, std::uint8_t* chroma, std::size_t chromaStride,
+                       int width, int height, Turn turn) {
+    writeTurned<1>(
+        [=](int y, int rows, int x, int columns, std::uint8_t* out, std::ptrdiff_t outStride) {
+            for (int i = 0; i < rows; ++i) {
+                const std::uint8_t* in = src + (y + i) * srcStride + 2 * x;
+                std::uint8_t* row = out + i * outStride;
+                for (int c = yuyvLumaBlocks(in, row, columns); c < columns; ++c) {
+                    row[c] = in[2 * c];
+                }
+            }
+        },
+        luma, lumaStride, width, height, turn);
+    writeTurned<2>(
+        [=](int y, int rows, int x, int pairs, std::uint8_t* out, std::ptrdiff_t outStride) {
+            for (int i = 0; i < rows; ++i) {
+                const std::uint8_t* above = src + 2 * (y + i) * srcStride + 4 * x;
+                const std::uint8_t* below = above + srcStride;
+                std::uint8_t* row = out + i * outStride;
+                for (int p = yuyvChromaBlocks(above, below, row, pairs); p < pairs; ++p) {
+                    row[2 * p] =
+                        static_cast<std::uint8_t>((above[4 * p + 1] + below[4 * p + 1] + 1) / 2);
+                    row[2 * p + 1] =
+                        static_cast<std::uint8_t>((above[4 * p + 3] + below[4 * p + 3] + 1) / 2);
+                }
+            }
+        },
+        chroma, chromaStride, width / 2, height / 2, turn);
+}
+
+void convertI420To420f(const std::uint8_t* srcLuma, std::size_t srcLumaStride,
+                       const std::uint8_t* u, std::size_t uStride, const std::uint8_t* v,
+                       std::size_t vStride, std::uint8_t* luma, std::size_t lumaStride,
+                       std::uint8_t* chroma, std::size_t chromaStride, int width, int height,
+                       Turn turn) {
+    writeTurned<1>(copyProducer<1>(srcLuma, srcLumaStride), luma, lumaStride, width, height, turn);
+    writeTurned<2>(
+        [=](int y, int rows, int x, int pairs, std::uint8_t* out, std::ptrdiff_t outStride) {
+            for (int i = 0; i < rows; ++i) {
+                const std::uint8_t* us = u + (y + i) * uStride + x;
+                const std::uint8_t* vs = v + (y + i) * vStride + x;
+                std::uint8_t* row = out + i * outStride;
+                for (int p = interleaveBlocks(us, vs, row, pairs); p < pairs; ++p) {
+                    row[2 * p] = us[p];
+                    row[2 * p + 1] = vs[p];
+                }
+            }
+        },
+        chroma, chromaStride, width / 2, height / 2, turn);
+}
+
+void copyNv12(const std::uint8_t* srcLuma, std::size_t srcLumaStride, const std::uint8_t* srcChroma,
+              std::size_t srcChromaStride, std::uint8_t* luma, std::size_t lumaStride,
+              std::uint8_t* chroma, std::size_t chromaStride, int width, int height, Turn turn) {
+    writeTurned<1>(copyProducer<1>(srcLuma, srcLumaStride), luma, lumaStride, width, height, turn);
+    writeTurned<2>(copyProducer<2>(srcChroma, srcChromaStride), chroma, chromaStride, width / 2,
+                   height / 2, turn);
+}
+
+void convertBgraTo420f(const std::uint8_t* src, std::size_t srcStride, std::uint8_t* luma,
+                       std::size_t lumaStride, std::uint8_t* chroma, std::size_t chromaStride,
+                       int width, int height, Turn turn) {
+    writeTurned<1>(
+        [=](int y, int rows, int x, int columns, std::uint8_t* out, std::ptrdiff_t outStride) {
+            for (int i = 0; i < rows; ++i) {
+                const std::uint8_t* in = src + (y + i) * srcStride + 4 * x;
+                for (int c = 0; c < columns; ++c) {
+                    out[i * outStride + c] = lumaOf(in + 4 * c);
+                }
+            }
+        },
+        luma, lumaStride, width, height, turn);
+    writeTurned<2>(
+        [=](int y, int rows, int x, int pairs, std::uint8_t* out, std::ptrdiff_t outStride) {
+            for (int i = 0; i < rows; ++i) {
+                const std::uint8_t* above = src + 2 * (y + i) * srcStride + 8 * x;
+                const std::uint8_t* below = above + srcStride;
+                std::uint8_t* row = out + i * outStride;
+                for (int p = 0; p < pairs; ++p) {
+                    int sum[3] = {0, 0, 0};
+                    for (const std::uint8_t* px :
+                         {above + 8 * p, above + 8 * p + 4, below + 8 * p, below + 8 * p + 4}) {
+                        for (int k = 0; k < 3; ++k) {
+                            sum[k] += px[k];
+                        }
+                    }
+                    const int b = sum[0], g = sum[1], r = sum[2];  // four pixels' worth
+                    const auto clamp = [](int value) {
+                        return static_cast<std::uint8_t>(std::clamp(value, 0, 255));
+                    };
+                    row[2 * p] = clamp(((-43 * r - 85 * g + 128 * b + 512) >> 10) + 128);
+                    row[2 * p + 1] = clamp(((128 * r - 107 * g - 21 * b + 512) >> 10) + 128);
+                }
+            }
+        },
+        chroma, chromaStride, width / 2, height / 2, turn);
 }
 
 }  // namespace platform

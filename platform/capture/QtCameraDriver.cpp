@@ -1,21 +1,12 @@
 #include "platform/capture/QtCameraDriver.h"
 
-#include "platform/capture/PixelConversion.h"
 #include "platform/foundation/Dispatch.h"
 
-#include <QCameraFormat>
 #include <QCoreApplication>
-#include <QImage>
-#include <QImageCapture>
-#include <QMediaCaptureSession>
-#include <QMediaDevices>
 #include <QThread>
-#include <QVideoSink>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <cstring>
 #include <utility>
 
 namespace platform {
@@ -30,266 +21,12 @@ ErrorPtr avError(int code, const QString& description) {
     return Error::withDescription(kAVFoundationErrorDomain, code, description);
 }
 
-qint64 area(const QSize& size) {
-    return static_cast<qint64>(size.width()) * size.height();
-}
-
-QSize largest(const QList<QSize>& sizes) {
-    QSize best;
-    for (const QSize& size : sizes) {
-        if (area(size) > area(best)) {
-            best = size;
-        }
-    }
-    return best;
-}
-
-template <typename T>
-bool has(const QList<T>& list, T value) {
-    return list.contains(value);
-}
-
 bool isMainThread() {
     auto* app = QCoreApplication::instance();
     return app != nullptr && QThread::currentThread() == app->thread();
 }
 
-// Keeps a frame mapped for as long as buffers wrap its memory.
-struct MappedFrame {
-    QVideoFrame frame;
-    explicit MappedFrame(const QVideoFrame& source) : frame(source) {}
-    ~MappedFrame() {
-        if (frame.isMapped()) {
-            frame.unmap();
-        }
-    }
-    MappedFrame(const MappedFrame&) = delete;
-    MappedFrame& operator=(const MappedFrame&) = delete;
-};
-
-std::shared_ptr<PixelBuffer> bufferFromImage(const QImage& source) {
-    const QImage image = source.convertToFormat(QImage::Format_ARGB32);  // B G R A in memory
-    auto buffer = PixelBuffer::create(image.width(), image.height(), pixel_format::k32BGRA);
-    if (!buffer) {
-        return nullptr;
-    }
-    const auto rowBytes = static_cast<std::size_t>(image.width()) * 4;
-    for (int y = 0; y < image.height(); ++y) {
-        std::memcpy(buffer->planeData(0) + buffer->bytesPerRow() * static_cast<std::size_t>(y),
-                    image.constScanLine(y), rowBytes);
-    }
-    return buffer;
-}
-
 }  // namespace
-
-// Mapping ----------------------------------------------------------------------
-
-QtCameraDescription QtCameraDescription::of(const QCameraDevice& device, const QCamera& camera) {
-    QtCameraDescription d;
-    d.id = QString::fromUtf8(device.id());
-    d.name = device.description();
-    d.position = device.position();
-    for (const QCameraFormat& format : device.videoFormats()) {
-        if (!d.videoResolutions.contains(format.resolution())) {
-            d.videoResolutions.append(format.resolution());
-        }
-    }
-    d.photoResolutions = device.photoResolutions();
-    for (auto mode : {QCamera::FocusModeAuto, QCamera::FocusModeManual}) {
-        if (camera.isFocusModeSupported(mode)) {
-            d.focusModes.append(mode);
-        }
-    }
-    for (auto mode : {QCamera::ExposureAuto, QCamera::ExposureManual}) {
-        if (camera.isExposureModeSupported(mode)) {
-            d.exposureModes.append(mode);
-        }
-    }
-    for (auto mode : {QCamera::FlashOff, QCamera::FlashOn, QCamera::FlashAuto}) {
-        if (camera.isFlashModeSupported(mode)) {
-            d.flashModes.append(mode);
-        }
-    }
-    for (auto mode : {QCamera::TorchOff, QCamera::TorchOn, QCamera::TorchAuto}) {
-        if (camera.isTorchModeSupported(mode)) {
-            d.torchModes.append(mode);
-        }
-    }
-    d.whiteBalanceAuto = camera.isWhiteBalanceModeSupported(QCamera::WhiteBalanceAuto);
-    d.features = camera.supportedFeatures();
-    return d;
-}
-
-namespace qt_camera {
-
-int positionFrom(QCameraDevice::Position position) {
-    switch (position) {
-        case QCameraDevice::BackFace:
-            return device_position::kBack;
-        case QCameraDevice::FrontFace:
-            return device_position::kFront;
-        case QCameraDevice::UnspecifiedPosition:
-            break;
-    }
-    return device_position::kUnspecified;
-}
-
-QStringList sessionPresetsFor(const QList<QSize>& videoResolutions, const QSize& stillSize) {
-    static const std::array<std::pair<QString, QSize>, 4> kFixed = {{
-        {session_preset::k3840x2160, QSize(3840, 2160)},
-        {session_preset::k1920x1080, QSize(1920, 1080)},
-        {session_preset::k1280x720, QSize(1280, 720)},
-        {session_preset::kiFrame960x540, QSize(960, 540)},
-    }};
-    QStringList presets;
-    if (!stillSize.isEmpty()) {
-        presets.append(session_preset::kPhoto);
-    }
-    for (const auto& [preset, size] : kFixed) {
-        if (videoResolutions.contains(size)) {
-            presets.append(preset);
-        }
-    }
-    return presets;
-}
-
-QSize stillSizeFor(const QList<QSize>& photoResolutions, const QList<QSize>& videoResolutions) {
-    const QSize photo = largest(photoResolutions);
-    return photo.isEmpty() ? largest(videoResolutions) : photo;
-}
-
-CaptureDeviceCapabilities capabilitiesFor(const QtCameraDescription& d) {
-    CaptureDeviceCapabilities caps;
-    caps.stillImageSize = stillSizeFor(d.photoResolutions, d.videoResolutions);
-    caps.sessionPresets = sessionPresetsFor(d.videoResolutions, caps.stillImageSize);
-    // Qt's automatic focus and exposure are continuous; a single automatic
-    // pass is served by the same mode. Without a manual mode the focus and
-    // exposure are still fixed, i.e. locked.
-    const bool autoFocus = has(d.focusModes, QCamera::FocusModeAuto);
-    if (has(d.focusModes, QCamera::FocusModeManual) || !autoFocus) {
-        caps.focusModes.push_back(focus_mode::kLocked);
-    }
-    if (autoFocus) {
-        caps.focusModes.push_back(focus_mode::kAutoFocus);
-        caps.focusModes.push_back(focus_mode::kContinuousAutoFocus);
-    }
-    caps.focusPointOfInterest = d.features.testFlag(QCamera::Feature::CustomFocusPoint);
-    const bool autoExposure = has(d.exposureModes, QCamera::ExposureAuto);
-    if (has(d.exposureModes, QCamera::ExposureManual) || !autoExposure) {
-        caps.exposureModes.push_back(exposure_mode::kLocked);
-    }
-    if (autoExposure) {
-        caps.exposureModes.push_back(exposure_mode::kAutoExpose);
-        caps.exposureModes.push_back(exposure_mode::kContinuousAutoExposure);
-    }
-    caps.exposurePointOfInterest = false;  // Qt offers no exposure point
-    for (auto [qt, mode] : {std::pair{QCamera::FlashOff, flash_mode::kOff},
-                            std::pair{QCamera::FlashOn, flash_mode::kOn},
-                            std::pair{QCamera::FlashAuto, flash_mode::kAuto}}) {
-        if (has(d.flashModes, qt)) {
-            caps.flashModes.push_back(mode);
-        }
-    }
-    caps.hasFlash = has(d.flashModes, QCamera::FlashOn) || has(d.flashModes, QCamera::FlashAuto);
-    for (auto [qt, mode] : {std::pair{QCamera::TorchOff, torch_mode::kOff},
-                            std::pair{QCamera::TorchOn, torch_mode::kOn},
-                            std::pair{QCamera::TorchAuto, torch_mode::kAuto}}) {
-        if (has(d.torchModes, qt)) {
-            caps.torchModes.push_back(mode);
-        }
-    }
-    caps.hasTorch = has(d.torchModes, QCamera::TorchOn);
-    if (d.whiteBalanceAuto) {
-        caps.whiteBalanceModes = {white_balance_mode::kContinuousAutoWhiteBalance};
-    }
-    return caps;
-}
-
-QCamera::FocusMode focusModeFor(int focusMode) {
-    return focusMode == focus_mode::kLocked ? QCamera::FocusModeManual : QCamera::FocusModeAuto;
-}
-
-QCamera::ExposureMode exposureModeFor(int exposureMode) {
-    return exposureMode == exposure_mode::kLocked || exposureMode == exposure_mode::kCustom
-               ? QCamera::ExposureManual
-               : QCamera::ExposureAuto;
-}
-
-QCamera::FlashMode flashModeFor(int flashMode) {
-    switch (flashMode) {
-        case flash_mode::kOn:
-            return QCamera::FlashOn;
-        case flash_mode::kAuto:
-            return QCamera::FlashAuto;
-        default:
-            return QCamera::FlashOff;
-    }
-}
-
-QCamera::TorchMode torchModeFor(int torchMode) {
-    switch (torchMode) {
-        case torch_mode::kOn:
-            return QCamera::TorchOn;
-        case torch_mode::kAuto:
-            return QCamera::TorchAuto;
-        default:
-            return QCamera::TorchOff;
-    }
-}
-
-std::shared_ptr<PixelBuffer> pixelBufferFor(const QVideoFrame& frame, std::uint32_t wanted,
-                                            std::shared_ptr<PixelBufferPool>& pool) {
-    auto mapped = std::make_shared<MappedFrame>(frame);
-    if (!mapped->frame.map(QVideoFrame::ReadOnly)) {
-        return nullptr;
-    }
-    const QVideoFrame& f = mapped->frame;
-    const int width = f.width();
-    const int height = f.height();
-    const auto stride = [&](int plane) { return static_cast<std::size_t>(f.bytesPerLine(plane)); };
-    // Wrapping only reads: the const_cast does not lead to a write.
-    const auto bits = [&](int plane) { return const_cast<std::uint8_t*>(f.bits(plane)); };
-    const auto format = f.pixelFormat();
-    if (format == QVideoFrameFormat::Format_BGRA8888 ||
-        format == QVideoFrameFormat::Format_BGRX8888) {
-        return PixelBuffer::wrapExternal(width, height, pixel_format::k32BGRA,
-                                         {{bits(0), stride(0)}}, mapped);
-    }
-    if (format == QVideoFrameFormat::Format_NV12 &&
-        wanted == pixel_format::k420YpCbCr8BiPlanarFullRange) {
-        return PixelBuffer::wrapExternal(width, height, wanted,
-                                         {{bits(0), stride(0)}, {bits(1), stride(1)}}, mapped);
-    }
-    if (!pool || pool->attributes().width != width || pool->attributes().height != height) {
-        pool = PixelBufferPool::create({width, height, pixel_format::k32BGRA, 8});
-    }
-    auto buffer = pool ? pool->createPixelBuffer() : nullptr;
-    if (!buffer) {
-        return nullptr;
-    }
-    std::uint8_t* out = buffer->planeData(0);
-    if (format == QVideoFrameFormat::Format_YUYV) {
-        convertYuyvToBgra(f.bits(0), stride(0), out, buffer->bytesPerRow(), width, height);
-    } else if (format == QVideoFrameFormat::Format_NV12) {
-        convertNv12ToBgra(f.bits(0), stride(0), f.bits(1), stride(1), out, buffer->bytesPerRow(),
-                          width, height);
-    } else {
-        const QImage image = f.toImage().convertToFormat(QImage::Format_ARGB32);
-        if (image.size() != QSize(width, height)) {
-            return nullptr;
-        }
-        for (int y = 0; y < height; ++y) {
-            std::memcpy(out + buffer->bytesPerRow() * static_cast<std::size_t>(y),
-                        image.constScanLine(y), static_cast<std::size_t>(width) * 4);
-        }
-    }
-    return buffer;
-}
-
-}  // namespace qt_camera
-
-// Driver -------------------------------------------------------------------------
 
 void QtCameraDriver::LaterDelete::operator()(QObject* object) const {
     if (isMainThread()) {
@@ -299,23 +36,28 @@ void QtCameraDriver::LaterDelete::operator()(QObject* object) const {
     }
 }
 
-std::shared_ptr<QtCameraDriver> QtCameraDriver::create(const QCameraDevice& device) {
-    const QCamera probe(device);
-    return create(QtCameraDescription::of(device, probe), device);
+void QtCameraDriver::ControlDelete::operator()(QtCameraControl* control) const {
+    auto* app = QCoreApplication::instance();
+    if (isMainThread() || app == nullptr) {
+        delete control;
+    } else {
+        QMetaObject::invokeMethod(app, [control] { delete control; });
+    }
 }
 
 std::shared_ptr<QtCameraDriver> QtCameraDriver::create(const QtCameraDescription& description,
-                                                       const QCameraDevice& device) {
-    auto driver = std::make_shared<QtCameraDriver>(Key{}, description, device);
+                                                       std::shared_ptr<QtCameraBackend> backend) {
+    auto driver = std::make_shared<QtCameraDriver>(Key{}, description, std::move(backend));
     driver->_self = driver;
     return driver;
 }
 
 QtCameraDriver::QtCameraDriver(Key, const QtCameraDescription& description,
-                               const QCameraDevice& device)
+                               std::shared_ptr<QtCameraBackend> backend)
     : _description(description),
-      _device(device),
+      _backend(std::move(backend)),
       _capabilities(qt_camera::capabilitiesFor(description)),
+      _position(qt_camera::positionFrom(description.position)),
       _queue(DispatchQueue::createSerial("qxd.qtcamera.frames")),
       _context(new QObject) {
     if (auto* app = QCoreApplication::instance()) {
@@ -334,119 +76,105 @@ void QtCameraDriver::onMain(std::function<void(QtCameraDriver&)> task) {
     });
 }
 
-void QtCameraDriver::handleCameraError(const QString& message) {
-    if (_connected.exchange(false)) {
-        reportDisconnection(
-            avError(av_error::kDeviceWasDisconnected,
-                    message.isEmpty() ? QStringLiteral("The device was disconnected.") : message));
-    }
+void QtCameraDriver::setObserver(std::shared_ptr<QtCameraObserver> observer) {
+    std::lock_guard lock(_mutex);
+    _observer = std::move(observer);
 }
 
-void QtCameraDriver::handleVideoInputsChanged(const QList<QCameraDevice>& inputs) {
-    const bool present = std::any_of(inputs.begin(), inputs.end(), [&](const QCameraDevice& in) {
-        return QString::fromUtf8(in.id()) == _description.id;
+void QtCameraDriver::handleCameraError(const QString& message) {
+    std::shared_ptr<QtCameraObserver> observer;
+    {
+        std::lock_guard lock(_mutex);
+        observer = _observer;
+    }
+    if (!_connected.exchange(false)) {
+        return;
+    }
+    const QString text =
+        message.isEmpty() ? QStringLiteral("The device was disconnected.") : message;
+    if (observer) {
+        observer->cameraDidFail(text);
+    }
+    reportDisconnection(avError(av_error::kDeviceWasDisconnected, text));
+    // Stills waiting for a camera that is gone end now rather than at their
+    // timeout.
+    onMain([](QtCameraDriver& driver) {
+        for (auto& still : std::exchange(driver._waitingStills, {})) {
+            still.promise->set_value({nullptr, avError(av_error::kDeviceWasDisconnected,
+                                                       QStringLiteral("Cannot Record"))});
+        }
+        for (auto& [id, still] : std::exchange(driver._pendingStills, {})) {
+            still.promise->set_value({nullptr, avError(av_error::kDeviceWasDisconnected,
+                                                       QStringLiteral("Cannot Record"))});
+        }
+        driver.stopWhenIdle();
     });
-    if (!present) {
+}
+
+void QtCameraDriver::handleVideoInputsChanged(const QStringList& ids) {
+    if (!ids.contains(_description.id)) {
         handleCameraError({});
     }
 }
 
-void QtCameraDriver::ensureCamera() {
-    if (_camera != nullptr || _device.isNull()) {
-        return;
+bool QtCameraDriver::ensureCamera() {
+    if (_control) {
+        return true;
     }
-    QObject* context = _context.get();
-    _camera = new QCamera(_device, context);
-    _session = new QMediaCaptureSession(context);
-    _videoSink = new QVideoSink(context);
-    _imageCapture = new QImageCapture(context);
-    _mediaDevices = new QMediaDevices(context);
-    _session->setCamera(_camera);
-    _session->setVideoSink(_videoSink);
-    _session->setImageCapture(_imageCapture);
+    if (!_backend) {
+        return false;
+    }
+    _control.reset(_backend->open(_description.id).release());
+    if (!_control) {
+        return false;
+    }
     const std::weak_ptr<QtCameraDriver> weak = _self;
-    QObject::connect(_camera, &QCamera::errorOccurred, context,
-                     [weak](QCamera::Error, const QString& message) {
-                         if (auto driver = weak.lock()) {
-                             driver->handleCameraError(message);
-                         }
-                     });
-    QObject::connect(_mediaDevices, &QMediaDevices::videoInputsChanged, context, [weak] {
+    QtCameraControl::Events events;
+    events.frame = [weak](const QVideoFrame& frame) {
         if (auto driver = weak.lock()) {
-            driver->handleVideoInputsChanged(QMediaDevices::videoInputs());
+            driver->handleVideoFrame(frame);
         }
-    });
-    // Direct: the frame is handed to the delivery queue from whichever thread
-    // the backend produces it on, without a detour through the GUI thread.
-    QObject::connect(
-        _videoSink, &QVideoSink::videoFrameChanged, context,
-        [weak](const QVideoFrame& frame) {
-            if (auto driver = weak.lock()) {
-                driver->handleVideoFrame(frame);
-            }
-        },
-        Qt::DirectConnection);
-    QObject::connect(_imageCapture, &QImageCapture::readyForCaptureChanged, context,
-                     [weak](bool ready) {
-                         if (auto driver = weak.lock(); driver && ready) {
-                             driver->startStillCaptures();
-                         }
-                     });
-    QObject::connect(
-        _imageCapture, &QImageCapture::imageCaptured, context, [weak](int id, const QImage& image) {
-            if (auto driver = weak.lock()) {
-                QImage sized = image;
-                if (!driver->_stillSize.isEmpty() && image.size() != driver->_stillSize) {
-                    sized = image.scaled(driver->_stillSize, Qt::IgnoreAspectRatio,
-                                         Qt::SmoothTransformation);
-                }
-                auto buffer = bufferFromImage(sized);
-                StillResult result;
-                if (buffer) {
-                    result.sampleBuffer = std::make_shared<const SampleBuffer>(buffer, MediaTime{});
-                } else {
-                    result.error =
-                        avError(av_error::kUnknown, QStringLiteral("Empty still image."));
-                }
-                driver->finishStill(id, std::move(result));
-            }
-        });
-    QObject::connect(
-        _imageCapture, &QImageCapture::errorOccurred, context,
-        [weak](int id, QImageCapture::Error, const QString& message) {
-            if (auto driver = weak.lock()) {
-                driver->finishStill(id, {nullptr, avError(av_error::kUnknown, message)});
-            }
-        });
-    applyToCamera();
-}
-
-void QtCameraDriver::applyToCamera() {
-    if (_camera == nullptr) {
-        return;
-    }
-    CaptureDeviceSettings s;
+    };
+    events.error = [weak](const QString& message) {
+        if (auto driver = weak.lock()) {
+            driver->handleCameraError(message);
+        }
+    };
+    events.readyForCapture = [weak] {
+        if (auto driver = weak.lock()) {
+            driver->startStillCaptures();
+        }
+    };
+    events.stillCaptured = [weak](int id, const QImage& image) {
+        auto driver = weak.lock();
+        if (!driver) {
+            return;
+        }
+        const auto found = driver->_pendingStills.find(id);
+        if (found == driver->_pendingStills.end()) {
+            return;
+        }
+        StillResult result;
+        if (auto buffer = qt_camera::stillBufferFor(image, found->second.layout)) {
+            result.sampleBuffer = std::make_shared<const SampleBuffer>(buffer, MediaTime{});
+        } else {
+            result.error = avError(av_error::kUnknown, QStringLiteral("Empty still image."));
+        }
+        driver->finishStill(id, std::move(result));
+    };
+    events.stillFailed = [weak](int id, const QString& message) {
+        if (auto driver = weak.lock()) {
+            driver->finishStill(id, {nullptr, avError(av_error::kUnknown, message)});
+        }
+    };
+    _control->setEvents(std::move(events));
+    CaptureDeviceSettings settings;
     {
         std::lock_guard lock(_mutex);
-        s = _settings;
+        settings = _settings;
     }
-    const auto focus = qt_camera::focusModeFor(s.focusMode);
-    if (_camera->isFocusModeSupported(focus)) {
-        _camera->setFocusMode(focus);
-    }
-    if (_capabilities.focusPointOfInterest) {
-        _camera->setCustomFocusPoint(s.focusPointOfInterest);
-    }
-    const auto exposure = qt_camera::exposureModeFor(s.exposureMode);
-    if (_camera->isExposureModeSupported(exposure)) {
-        _camera->setExposureMode(exposure);
-    }
-    if (_camera->isFlashModeSupported(qt_camera::flashModeFor(s.flashMode))) {
-        _camera->setFlashMode(qt_camera::flashModeFor(s.flashMode));
-    }
-    if (_camera->isTorchModeSupported(qt_camera::torchModeFor(s.torchMode))) {
-        _camera->setTorchMode(qt_camera::torchModeFor(s.torchMode));
-    }
+    _control->applySettings(settings);
+    return true;
 }
 
 void QtCameraDriver::applySettings(const CaptureDeviceSettings& settings) {
@@ -454,7 +182,11 @@ void QtCameraDriver::applySettings(const CaptureDeviceSettings& settings) {
         std::lock_guard lock(_mutex);
         _settings = settings;
     }
-    onMain([](QtCameraDriver& driver) { driver.applyToCamera(); });
+    onMain([settings](QtCameraDriver& driver) {
+        if (driver._control) {
+            driver._control->applySettings(settings);
+        }
+    });
 }
 
 ErrorPtr QtCameraDriver::startStreaming(std::shared_ptr<CaptureStreamSink> sink) {
@@ -470,9 +202,9 @@ ErrorPtr QtCameraDriver::startStreaming(std::shared_ptr<CaptureStreamSink> sink)
         _sink = std::move(sink);
     }
     onMain([](QtCameraDriver& driver) {
-        driver.ensureCamera();
-        if (driver._camera != nullptr) {
-            driver._camera->start();
+        driver._streaming = true;
+        if (driver.isConnected() && driver.ensureCamera()) {
+            driver._control->start();
         }
     });
     return nullptr;
@@ -483,44 +215,59 @@ void QtCameraDriver::stopStreaming() {
         std::lock_guard lock(_mutex);
         _sink.reset();
         _requestedSize = {};
+        _requestedFormat = 0;
     }
     // Waits for a delivery in progress, which holds its own sink reference.
     _queue->sync([] {});
     onMain([](QtCameraDriver& driver) {
-        if (driver._camera != nullptr && driver._pendingStills.empty() &&
-            driver._waitingStills.empty()) {
-            driver._camera->stop();
-        }
+        driver._streaming = false;
+        driver.stopWhenIdle();
     });
 }
 
-void QtCameraDriver::requestSize(const QSize& size) {
+// Main thread. A still in progress keeps the camera running; the last one to
+// finish stops it.
+void QtCameraDriver::stopWhenIdle() {
+    if (_control && !_streaming && _pendingStills.empty() && _waitingStills.empty() &&
+        _control->isActive()) {
+        _control->stop();
+    }
+}
+
+void QtCameraDriver::requestFormat(const QSize& size, std::uint32_t pixelFormat) {
     {
         std::lock_guard lock(_mutex);
-        if (_requestedSize == size) {
+        if (_requestedSize == size && _requestedFormat == pixelFormat) {
             return;
         }
         _requestedSize = size;
+        _requestedFormat = pixelFormat;
     }
-    onMain([size](QtCameraDriver& driver) {
-        if (driver._camera == nullptr) {
-            return;
-        }
-        QCameraFormat best;
-        for (const QCameraFormat& format : driver._device.videoFormats()) {
-            if (format.resolution() == size &&
-                (best.isNull() || format.maxFrameRate() > best.maxFrameRate())) {
-                best = format;
-            }
-        }
-        if (!best.isNull()) {
-            driver._camera->setCameraFormat(best);
+    const QtCameraFormat format =
+        qt_camera::formatFor(_description.videoFormats, size, pixelFormat);
+    if (format.resolution.isEmpty()) {
+        return;
+    }
+    onMain([format](QtCameraDriver& driver) {
+        if (driver._control) {
+            driver._control->setFormat(format);
         }
     });
 }
 
 void QtCameraDriver::handleVideoFrame(const QVideoFrame& frame) {
-    if (!frame.isValid() || _framesInFlight.load() >= kMaxFramesInFlight) {
+    if (!frame.isValid()) {
+        return;
+    }
+    std::shared_ptr<QtCameraObserver> observer;
+    {
+        std::lock_guard lock(_mutex);
+        observer = _observer;
+    }
+    if (observer) {
+        observer->cameraDidDeliverFrame(frame);
+    }
+    if (_framesInFlight.load() >= kMaxFramesInFlight) {
         return;
     }
     ++_framesInFlight;
@@ -545,13 +292,14 @@ void QtCameraDriver::deliver(const QVideoFrame& frame) {
     if (layout.sensorSize.isEmpty()) {
         return;
     }
-    if (layout.sensorSize != frame.size()) {
-        requestSize(layout.sensorSize);
-    }
+    requestFormat(layout.sensorSize, layout.pixelFormat);
     std::shared_ptr<PixelBuffer> buffer;
     {
         std::lock_guard lock(_mutex);
-        buffer = qt_camera::pixelBufferFor(frame, layout.pixelFormat, _pool);
+        buffer = qt_camera::pixelBufferFor(frame, layout, _pools);
+        if (buffer) {
+            _streamSize = frame.size();
+        }
     }
     if (!buffer) {
         return;
@@ -563,18 +311,33 @@ void QtCameraDriver::deliver(const QVideoFrame& frame) {
 }
 
 void QtCameraDriver::startStillCaptures() {
-    if (_imageCapture == nullptr || !_imageCapture->isReadyForCapture()) {
+    if (!_control || !_control->isReadyForCapture()) {
         return;
     }
-    for (auto& promise : std::exchange(_waitingStills, {})) {
-        const int id = _imageCapture->capture();
+    for (auto& still : std::exchange(_waitingStills, {})) {
+        // The largest still of the stream's aspect ratio: a 16:9 preview
+        // gives a 16:9 picture, never a stretched one.
+        QSize like;
+        {
+            std::lock_guard lock(_mutex);
+            like = _streamSize;
+        }
+        if (like.isEmpty()) {
+            like = still.layout.sensorSize;
+        }
+        const QList<QSize> sizes = _description.photoResolutions.isEmpty()
+                                       ? _description.videoResolutions()
+                                       : _description.photoResolutions;
+        _control->setStillResolution(qt_camera::largestLike(sizes, like));
+        const int id = _control->captureStill();
         if (id < 0) {
-            promise->set_value(
-                {nullptr, avError(av_error::kUnknown, _imageCapture->errorString())});
+            still.promise->set_value(
+                {nullptr, avError(av_error::kUnknown, _control->stillErrorString())});
         } else {
-            _pendingStills[id] = std::move(promise);
+            _pendingStills[id] = std::move(still);
         }
     }
+    stopWhenIdle();
 }
 
 void QtCameraDriver::finishStill(int id, StillResult result) {
@@ -582,23 +345,26 @@ void QtCameraDriver::finishStill(int id, StillResult result) {
     if (found == _pendingStills.end()) {
         return;
     }
-    found->second->set_value(std::move(result));
+    found->second.promise->set_value(std::move(result));
     _pendingStills.erase(found);
+    stopWhenIdle();
 }
 
 StillResult QtCameraDriver::captureStill(const StillRequest& request) {
-    if (!isConnected() || _device.isNull()) {
+    if (!isConnected() || !_backend) {
         return {nullptr, avError(av_error::kDeviceNotConnected, QStringLiteral("Cannot Record"))};
     }
     auto promise = std::make_shared<std::promise<StillResult>>();
     auto future = promise->get_future();
-    const QSize size = request.layout.size();
-    onMain([promise, size](QtCameraDriver& driver) {
-        driver.ensureCamera();
-        driver._stillSize = size;
-        driver._waitingStills.push_back(promise);
-        if (!driver._camera->isActive()) {
-            driver._camera->start();
+    onMain([promise, layout = request.layout](QtCameraDriver& driver) {
+        if (!driver.isConnected() || !driver.ensureCamera()) {
+            promise->set_value(
+                {nullptr, avError(av_error::kDeviceNotConnected, QStringLiteral("Cannot Record"))});
+            return;
+        }
+        driver._waitingStills.push_back({promise, layout});
+        if (!driver._control->isActive()) {
+            driver._control->start();
         }
         driver.startStillCaptures();
     });

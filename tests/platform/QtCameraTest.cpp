@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QPoint>
 #include <QThread>
 #include <QVideoFrame>
 #include <QVideoFrameFormat>
@@ -16,6 +17,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -180,7 +182,9 @@ TEST(QtCameraMapping, PositionsAndPresets) {
 
 TEST(QtCameraMapping, CapabilitiesOfAWebcamAndOfAPhoneLikeCamera) {
     QtCameraDescription webcam;
-    webcam.videoResolutions = {{640, 480}, {1280, 720}};
+    webcam.videoFormats = {{{640, 480}, QVideoFrameFormat::Format_YUYV, 30.0f},
+                           {{1280, 720}, QVideoFrameFormat::Format_YUYV, 10.0f},
+                           {{1280, 720}, QVideoFrameFormat::Format_Jpeg, 30.0f}};
     webcam.focusModes = {QCamera::FocusModeAuto};
     webcam.exposureModes = {QCamera::ExposureAuto, QCamera::ExposureManual};
     webcam.flashModes = {QCamera::FlashOff};
@@ -213,228 +217,192 @@ TEST(QtCameraMapping, CapabilitiesOfAWebcamAndOfAPhoneLikeCamera) {
     EXPECT_EQ(qt_camera::flashModeFor(flash_mode::kAuto), QCamera::FlashAuto);
     EXPECT_EQ(qt_camera::torchModeFor(torch_mode::kOn), QCamera::TorchOn);
     EXPECT_EQ(qt_camera::focusModeFor(focus_mode::kContinuousAutoFocus), QCamera::FocusModeAuto);
-}
 
-TEST(QtCameraFrames, BgraFramesAreWrappedAndYuyvFramesConverted) {
-    std::shared_ptr<PixelBufferPool> pool;
-    std::shared_ptr<PixelBuffer> wrapped;
-    {
-        QVideoFrame frame(QVideoFrameFormat(QSize(4, 2), QVideoFrameFormat::Format_BGRA8888));
-        ASSERT_TRUE(frame.map(QVideoFrame::WriteOnly));
-        std::fill_n(frame.bits(0), frame.mappedBytes(0), std::uint8_t{0x5A});
-        frame.unmap();
-        wrapped = qt_camera::pixelBufferFor(frame, pixel_format::k32BGRA, pool);
-    }
-    ASSERT_TRUE(wrapped);
-    EXPECT_FALSE(pool) << "a BGRA frame needs no copy";
-    ASSERT_EQ(wrapped->lockBaseAddress(kPixelBufferLockReadOnly), cv_return::kSuccess);
-    EXPECT_EQ(static_cast<const std::uint8_t*>(wrapped->baseAddress())[7], 0x5A);
-    wrapped->unlockBaseAddress(kPixelBufferLockReadOnly);
-
-    QVideoFrame yuyv(QVideoFrameFormat(QSize(2, 2), QVideoFrameFormat::Format_YUYV));
-    ASSERT_TRUE(yuyv.map(QVideoFrame::WriteOnly));
-    for (int row = 0; row < 2; ++row) {
-        const std::uint8_t white[4] = {255, 128, 255, 128};
-        std::copy_n(white, 4, yuyv.bits(0) + row * yuyv.bytesPerLine(0));
-    }
-    yuyv.unmap();
-    const auto converted = qt_camera::pixelBufferFor(yuyv, pixel_format::k32BGRA, pool);
-    ASSERT_TRUE(converted);
-    EXPECT_EQ(converted->pixelFormatType(), pixel_format::k32BGRA);
-    EXPECT_EQ(converted->planeData(0)[0], 255);
-}
-
-TEST(QtCameraSource, ListsOnTheMainThreadOnlyAndNeverWaitsForIt) {
-    std::atomic<int> listings{0};
-    std::atomic<bool> listedElsewhere{false};
-    QThread* const mainThread = QThread::currentThread();
-    auto source = std::make_shared<QtCameraSource>([&] {
-        ++listings;
-        listedElsewhere = listedElsewhere || QThread::currentThread() != mainThread;
-        return QList<QCameraDevice>{};
-    });
-    EXPECT_TRUE(source->devices().empty());
-    EXPECT_EQ(listings.load(), 1);
-
-    // A capture queue asks while the main thread is busy (here: joining it).
-    std::thread capture([&] {
-        EXPECT_TRUE(source->devices().empty());
-        source->devices();
-    });
-    capture.join();
-    EXPECT_EQ(listings.load(), 1) << "answered from the last listing";
-    QCoreApplication::sendPostedEvents();
-    EXPECT_EQ(listings.load(), 2) << "one fresh listing for both requests";
-    EXPECT_FALSE(listedElsewhere.load());
-
-    // Without cameras, discovery falls back to the virtual ones.
-    DeviceDiscovery::setHardwareSource([source] { return source->devices(); });
-    const auto devices = DeviceDiscovery::allDevices();
-    DeviceDiscovery::setHardwareSource({});
-    ASSERT_EQ(devices.size(), 2u);
-    EXPECT_EQ(devices[0]->uniqueID(), QStringLiteral("qxd.virtual-camera.back"));
-}
-
-namespace {
-class FailureSink final : public CaptureStreamSink {
-public:
-    FrameLayout nextFrameLayout() override { return {}; }
-    void streamDidOutputSampleBuffer(const SampleBufferPtr&, const FrameLayout&) override {}
-    void streamDidFail(const ErrorPtr& error) override { failed.set_value(error); }
-    std::promise<ErrorPtr> failed;
-};
-}  // namespace
-
-TEST(QtCameraDriver, ACameraErrorIsADisconnection) {
-    QtCameraDescription description;
-    description.id = QStringLiteral("usb-cam-1");
-    description.name = QStringLiteral("USB Camera");
-    description.position = QCameraDevice::FrontFace;
-    description.videoResolutions = {{1280, 720}};
-    const auto driver = QtCameraDriver::create(description);
-    const auto device = CaptureDevice::create(driver);
-    EXPECT_EQ(device->uniqueID(), QStringLiteral("usb-cam-1"));
-    EXPECT_EQ(device->position(), device_position::kFront);
-    EXPECT_TRUE(device->supportsAVCaptureSessionPreset(session_preset::k1280x720));
-
-    auto sink = std::make_shared<FailureSink>();
-    auto failed = sink->failed.get_future();
-    ASSERT_EQ(device->startStreaming(sink), nullptr);
-    driver->handleCameraError(QStringLiteral("Camera unplugged"));
-    EXPECT_FALSE(device->isConnected());
-    ASSERT_EQ(failed.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    const ErrorPtr error = failed.get();
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), av_error::kDeviceWasDisconnected);
-    device->stopStreaming();
-
-    driver->handleVideoInputsChanged({});  // already gone: nothing more happens
-    EXPECT_NE(driver->captureStill({}).error, nullptr);
+    // The smoothest format of a size wins, then the one closest to the output.
+    EXPECT_EQ(
+        qt_camera::formatFor(webcam.videoFormats, {1280, 720}, pixel_format::k32BGRA).pixelFormat,
+        QVideoFrameFormat::Format_Jpeg);
+    EXPECT_TRUE(qt_camera::formatFor(webcam.videoFormats, {1920, 1080}, pixel_format::k32BGRA)
+                    .resolution.isEmpty());
+    // Stills keep the stream's aspect ratio when the camera has such a size.
+    const QList<QSize> stills = {{2592, 1944}, {1920, 1080}, {1280, 720}, {640, 480}};
+    EXPECT_EQ(qt_camera::largestLike(stills, {1280, 720}), QSize(1920, 1080));
+    EXPECT_EQ(qt_camera::largestLike(stills, {640, 480}), QSize(2592, 1944));
+    EXPECT_EQ(qt_camera::largestLike(stills, {1000, 1000}), QSize(2592, 1944));
 }
 
 namespace {
 
-// Records the frames a stream delivers; can hold the stream's queue inside a
-// delivery until released, as a consumer that falls behind.
-class RecordingSink final : public CaptureStreamSink {
-public:
-    explicit RecordingSink(std::uint32_t format) : _format(format) {}
+// Where source pixel (x, y) of a width x height picture lands under turn.
+QPoint turnedPosition(int x, int y, int width, int height, Turn turn) {
+    QPoint p;
+    int w = width;
+    switch (turn.quarterTurns) {
+        case 1:
+            p = {height - 1 - y, x};
+            w = height;
+            break;
+        case 2:
+            p = {width - 1 - x, height - 1 - y};
+            break;
+        case 3:
+            p = {y, width - 1 - x};
+            w = height;
+            break;
+        default:
+            p = {x, y};
+            break;
+    }
+    if (turn.mirrored) {
+        p.setX(w - 1 - p.x());
+    }
+    return p;
+}
 
-    FrameLayout nextFrameLayout() override { return {QSize(32, 16), _format}; }
-    void streamDidOutputSampleBuffer(const SampleBufferPtr& sample, const FrameLayout&) override {
-        std::unique_lock lock(_mutex);
-        _samples.push_back(sample);
-        _changed.notify_all();
-        _changed.wait(lock, [this] { return !_holding; });
-    }
-    void streamDidFail(const ErrorPtr&) override {}
-
-    void hold() {
-        std::lock_guard lock(_mutex);
-        _holding = true;
-    }
-    void release() {
-        std::lock_guard lock(_mutex);
-        _holding = false;
-        _changed.notify_all();
-    }
-    bool waitFor(std::size_t count) {
-        std::unique_lock lock(_mutex);
-        return _changed.wait_for(lock, std::chrono::seconds(10),
-                                 [&] { return _samples.size() >= count; });
-    }
-    std::vector<SampleBufferPtr> samples() {
-        std::lock_guard lock(_mutex);
-        return _samples;
-    }
-
-private:
-    const std::uint32_t _format;
-    std::mutex _mutex;
-    std::condition_variable _changed;
-    bool _holding = false;
-    std::vector<SampleBufferPtr> _samples;
+struct Planes {
+    std::vector<std::uint8_t> a, b;
+    std::size_t strideA = 0, strideB = 0;
 };
-
-// A 32x16 NV12 frame of one grey level, stamped at `microseconds`.
-QVideoFrame greyNv12Frame(std::uint8_t luma, qint64 microseconds) {
-    QVideoFrame frame(QVideoFrameFormat(QSize(32, 16), QVideoFrameFormat::Format_NV12));
-    frame.map(QVideoFrame::WriteOnly);
-    std::fill_n(frame.bits(0), frame.mappedBytes(0), luma);
-    std::fill_n(frame.bits(1), frame.mappedBytes(1), std::uint8_t{128});
-    frame.unmap();
-    frame.setStartTime(microseconds);
-    return frame;
-}
-
-std::uint8_t firstByte(const SampleBufferPtr& sample) {
-    const auto& buffer = sample->imageBuffer();
-    buffer->lockBaseAddress(kPixelBufferLockReadOnly);
-    const std::uint8_t value = *static_cast<const std::uint8_t*>(buffer->baseAddress());
-    buffer->unlockBaseAddress(kPixelBufferLockReadOnly);
-    return value;
-}
-
-std::shared_ptr<QtCameraDriver> webcam() {
-    QtCameraDescription description;
-    description.id = QStringLiteral("usb-cam-2");
-    description.name = QStringLiteral("USB Camera");
-    description.videoResolutions = {{32, 16}};
-    return QtCameraDriver::create(description);
-}
 
 }  // namespace
 
-TEST(QtCameraDriver, SinkFramesArriveInOrderAndLateOnesAreDropped) {
-    const auto driver = webcam();
-    auto sink = std::make_shared<RecordingSink>(pixel_format::k420YpCbCr8BiPlanarFullRange);
-    ASSERT_EQ(driver->startStreaming(sink), nullptr);
-
-    driver->handleVideoFrame(QVideoFrame());  // an empty frame is no frame
-    for (int i = 0; i < 2; ++i) {
-        driver->handleVideoFrame(greyNv12Frame(static_cast<std::uint8_t>(10 + i), 1000 * i));
-        ASSERT_TRUE(sink->waitFor(i + 1u));
-    }
-    // While the consumer holds the queue, one more frame may wait; the next
-    // is dropped rather than queued.
-    sink->hold();
-    driver->handleVideoFrame(greyNv12Frame(12, 2000));
-    ASSERT_TRUE(sink->waitFor(3));
-    driver->handleVideoFrame(greyNv12Frame(13, 3000));
-    driver->handleVideoFrame(greyNv12Frame(14, 4000));
-    sink->release();
-    ASSERT_TRUE(sink->waitFor(4));
-
-    driver->handleCameraError(QStringLiteral("Camera unplugged"));
-    driver->handleVideoFrame(greyNv12Frame(15, 5000));
-    driver->stopStreaming();
-
-    const auto samples = sink->samples();
-    ASSERT_EQ(samples.size(), 4u);
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        EXPECT_EQ(samples[i]->presentationTimeStamp().value, static_cast<qint64>(1000 * i));
-        EXPECT_EQ(samples[i]->imageBuffer()->pixelFormatType(),
-                  pixel_format::k420YpCbCr8BiPlanarFullRange)
-            << "NV12 frames are handed on as they came";
-        EXPECT_EQ(firstByte(samples[i]), 10 + i);
+TEST(PixelConversion, EveryConverterTurnsAndMirrorsAsItConverts) {
+    // Sizes across the tile and band edges of the turned path; the turned
+    // output must be the unturned one, moved.
+    for (const QSize size : {QSize(38, 22), QSize(150, 34)}) {
+        const int w = size.width(), h = size.height();
+        const std::size_t pad = 8;
+        std::vector<std::uint8_t> yuyv((2 * w + pad) * h), luma((w + pad) * h),
+            uv((w + pad) * (h / 2)), u((w / 2 + pad) * (h / 2)), v((w / 2 + pad) * (h / 2)),
+            bgra((4 * w + pad) * h);
+        for (auto* plane : {&yuyv, &luma, &uv, &u, &v, &bgra}) {
+            for (std::size_t i = 0; i < plane->size(); ++i) {
+                (*plane)[i] = noise(static_cast<int>(i), static_cast<int>(plane->size() % 97));
+            }
+        }
+        const std::size_t ys = 2 * w + pad, ls = w + pad, cs = w / 2 + pad, bs = 4 * w + pad;
+        // Each converter, as out(turn) -> planes of Bytes-byte elements.
+        struct Case {
+            const char* name;
+            bool biPlanar;
+            std::function<void(Planes&, int outWidth, Turn)> run;
+        };
+        const auto bgraOut = [&](auto convert) {
+            return [=](Planes& out, int outWidth, Turn turn) {
+                out.strideA = 4 * outWidth + 12;
+                out.a.assign(out.strideA * (turn.quarterTurns % 2 ? w : h), 0);
+                convert(out.a.data(), out.strideA, turn);
+            };
+        };
+        const auto biPlanarOut = [&](auto convert) {
+            return [=](Planes& out, int outWidth, Turn turn) {
+                const int outHeight = turn.quarterTurns % 2 ? w : h;
+                out.strideA = outWidth + 4;
+                out.strideB = outWidth + 6;
+                out.a.assign(out.strideA * outHeight, 0);
+                out.b.assign(out.strideB * outHeight / 2, 0);
+                convert(out.a.data(), out.strideA, out.b.data(), out.strideB, turn);
+            };
+        };
+        const std::vector<Case> cases = {
+            {"YUYV to BGRA", false, bgraOut([&](std::uint8_t* d, std::size_t s, Turn t) {
+                 convertYuyvToBgra(yuyv.data(), ys, d, s, w, h, t);
+             })},
+            {"NV12 to BGRA", false, bgraOut([&](std::uint8_t* d, std::size_t s, Turn t) {
+                 convertNv12ToBgra(luma.data(), ls, uv.data(), ls, d, s, w, h, t);
+             })},
+            {"I420 to BGRA", false, bgraOut([&](std::uint8_t* d, std::size_t s, Turn t) {
+                 convertI420ToBgra(luma.data(), ls, u.data(), cs, v.data(), cs, d, s, w, h, t);
+             })},
+            {"BGRX to BGRA", false, bgraOut([&](std::uint8_t* d, std::size_t s, Turn t) {
+                 copyBgra(bgra.data(), bs, d, s, w, h, t, true);
+             })},
+            {"YUYV to 420f", true,
+             biPlanarOut(
+                 [&](std::uint8_t* l, std::size_t lst, std::uint8_t* c, std::size_t cst, Turn t) {
+                     convertYuyvTo420f(yuyv.data(), ys, l, lst, c, cst, w, h, t);
+                 })},
+            {"I420 to 420f", true,
+             biPlanarOut(
+                 [&](std::uint8_t* l, std::size_t lst, std::uint8_t* c, std::size_t cst, Turn t) {
+                     convertI420To420f(luma.data(), ls, u.data(), cs, v.data(), cs, l, lst, c, cst,
+                                       w, h, t);
+                 })},
+            {"NV12 to 420f", true,
+             biPlanarOut(
+                 [&](std::uint8_t* l, std::size_t lst, std::uint8_t* c, std::size_t cst, Turn t) {
+                     copyNv12(luma.data(), ls, uv.data(), ls, l, lst, c, cst, w, h, t);
+                 })},
+            {"BGRA to 420f", true,
+             biPlanarOut(
+                 [&](std::uint8_t* l, std::size_t lst, std::uint8_t* c, std::size_t cst, Turn t) {
+                     convertBgraTo420f(bgra.data(), bs, l, lst, c, cst, w, h, t);
+                 })},
+        };
+        for (const Case& c : cases) {
+            Planes plain;
+            c.run(plain, w, {});
+            if (!c.biPlanar) {
+                for (int y = 0; y < h; ++y) {
+                    for (int x = 0; x < w; ++x) {
+                        ASSERT_EQ(plain.a[y * plain.strideA + 4 * x + 3], 255) << c.name;
+                    }
+                }
+            }
+            for (int quarters = 0; quarters < 4; ++quarters) {
+                for (const bool mirrored : {false, true}) {
+                    const Turn turn{quarters, mirrored};
+                    const int outWidth = quarters % 2 ? h : w;
+                    Planes turned;
+                    c.run(turned, outWidth, turn);
+                    const auto same = [&](const std::vector<std::uint8_t>& from,
+                                          std::size_t fromStride,
+                                          const std::vector<std::uint8_t>& to, std::size_t toStride,
+                                          int pw, int ph, int bytes) {
+                        for (int y = 0; y < ph; ++y) {
+                            for (int x = 0; x < pw; ++x) {
+                                const QPoint p = turnedPosition(x, y, pw, ph, turn);
+                                for (int k = 0; k < bytes; ++k) {
+                                    if (from[y * fromStride + bytes * x + k] !=
+                                        to[p.y() * toStride + bytes * p.x() + k]) {
+                                        return false;
+                                    }
+                                }
+                            }
+                        }
+                        return true;
+                    };
+                    const bool lumaSame = same(plain.a, plain.strideA, turned.a, turned.strideA, w,
+                                               h, c.biPlanar ? 1 : 4);
+                    EXPECT_TRUE(lumaSame) << c.name << " " << w << "x" << h << " turned "
+                                          << quarters << (mirrored ? " mirrored" : "");
+                    if (c.biPlanar) {
+                        EXPECT_TRUE(
+                            same(plain.b, plain.strideB, turned.b, turned.strideB, w / 2, h / 2, 2))
+                            << c.name << " chroma turned " << quarters
+                            << (mirrored ? " mirrored" : "");
+                    }
+                }
+            }
+        }
     }
 }
 
-TEST(QtCameraDriver, Nv12FramesAreConvertedWhenTheOutputWantsBgra) {
-    const auto driver = webcam();
-    auto sink = std::make_shared<RecordingSink>(pixel_format::k32BGRA);
-    ASSERT_EQ(driver->startStreaming(sink), nullptr);
-    driver->handleVideoFrame(greyNv12Frame(200, 0));
-    ASSERT_TRUE(sink->waitFor(1));
-    driver->stopStreaming();
+TEST(PixelConversion, FourTwoZeroFullRangeFromYuyvAndI420KeepsLumaAndAveragesChroma) {
+    // 4x2 YUYV: two rows with different chroma; I420 of the same picture.
+    const std::uint8_t yuyv[] = {10, 100, 20, 200, 30, 50, 40, 60,  //
+                                 11, 110, 21, 210, 31, 70, 41, 80};
+    std::uint8_t luma[8] = {}, chroma[4] = {};
+    convertYuyvTo420f(yuyv, 8, luma, 4, chroma, 4, 4, 2);
+    EXPECT_EQ(std::vector<std::uint8_t>(luma, luma + 8),
+              (std::vector<std::uint8_t>{10, 20, 30, 40, 11, 21, 31, 41}));
+    EXPECT_EQ(std::vector<std::uint8_t>(chroma, chroma + 4),
+              (std::vector<std::uint8_t>{105, 205, 60, 70}));
 
-    const auto& buffer = sink->samples()[0]->imageBuffer();
-    EXPECT_EQ(buffer->pixelFormatType(), pixel_format::k32BGRA);
-    EXPECT_EQ(buffer->width(), 32);
-    ASSERT_EQ(buffer->lockBaseAddress(kPixelBufferLockReadOnly), cv_return::kSuccess);
-    const auto* pixels = static_cast<const std::uint8_t*>(buffer->baseAddress());
-    const std::size_t last = buffer->bytesPerRow() * 15 + 4 * 31;
-    EXPECT_EQ((Bgra{pixels[last], pixels[last + 1], pixels[last + 2], pixels[last + 3]}),
-              (Bgra{200, 200, 200, 255}));
-    buffer->unlockBaseAddress(kPixelBufferLockReadOnly);
+    const std::uint8_t y420[] = {1, 2, 3, 4, 5, 6, 7, 8}, u420[] = {9, 10}, v420[] = {11, 12};
+    convertI420To420f(y420, 4, u420, 2, v420, 2, luma, 4, chroma, 4, 4, 2);
+    EXPECT_EQ(std::vector<std::uint8_t>(luma, luma + 8),
+              (std::vector<std::uint8_t>{1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(std::vector<std::uint8_t>(chroma, chroma + 4),
+              (std::vector<std::uint8_t>{9, 11, 10, 12}));
 }

@@ -13,6 +13,7 @@
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Dispatch.h"
 #include "platform/foundation/NotificationCenter.h"
+#include "platform/foundation/RunLoop.h"
 #include "platform/graphics/BitmapContext.h"
 
 #include <QVariantList>
@@ -68,7 +69,7 @@ QImage wrapBuffer(const platform::PixelBuffer& buffer, bool lumaOnly) {
 std::shared_ptr<QXDCamera> QXDCamera::create() {
     std::shared_ptr<QXDCamera> camera(new QXDCamera());
     camera->init();
-    return camera;
+    return handOut(std::move(camera));
 }
 
 std::shared_ptr<QXDCamera> QXDCamera::create(
@@ -79,7 +80,7 @@ std::shared_ptr<QXDCamera> QXDCamera::create(
     camera->init();
     camera->initWithVideoPreviewLayer(videoPreviewLayer, captureDevicePosition,
                                       allowsHighResolution, delegate);
-    return camera;
+    return handOut(std::move(camera));
 }
 
 void QXDCamera::init() {
@@ -93,7 +94,7 @@ void QXDCamera::init() {
     platform::NotificationCenter::defaultCenter().addObserver(
         this, platform::kDeviceOrientationDidChangeNotification, nullptr,
         [weakSelf](const platform::Notification& notification) {
-            if (auto self = weakSelf.lock()) {
+            if (auto self = live(weakSelf)) {
                 self->deviceOrientationDidChange(notification);
             }
         });
@@ -120,6 +121,7 @@ void QXDCamera::initWithVideoPreviewLayer(const std::shared_ptr<platform::VideoP
 
     if (platform::CameraAvailability::isCameraSourceAvailable()) {
         _captureSession = platform::CaptureSession::create();
+        observeSessionFailures();
         setupCaptureSession();
     }
 
@@ -138,6 +140,9 @@ void QXDCamera::initWithVideoPreviewLayer(const std::shared_ptr<platform::VideoP
 }
 
 QXDCamera::~QXDCamera() {
+    if (_stallTimer) {
+        _stallTimer->invalidate();
+    }
     platform::NotificationCenter::defaultCenter().removeObserver(this);
     platform::Device::current().endGeneratingDeviceOrientationNotifications();
     teardownCaptureSession();
@@ -328,11 +333,13 @@ void QXDCamera::start() {
     _running = true;
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
     _captureSessionQueue->async([weakSelf] {
-        auto self = weakSelf.lock();
-        if (self && self->_captureSession && !self->_captureSession->isRunning()) {
+        auto self = live(weakSelf);
+        if (self && self->_captureSession && !self->_captureSession->isRunning() &&
+            self->reattachCameraIfLost()) {
             self->_captureSession->startRunning();
         }
     });
+    armStallWatch();
 }
 
 void QXDCamera::stop() {
@@ -340,9 +347,13 @@ void QXDCamera::stop() {
         return;
     }
     _running = false;
+    if (_stallTimer) {
+        _stallTimer->invalidate();
+        _stallTimer.reset();
+    }
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
     _captureSessionQueue->async([weakSelf] {
-        auto self = weakSelf.lock();
+        auto self = live(weakSelf);
         if (self && self->_captureSession && self->_captureSession->isRunning()) {
             self->_captureSession->stopRunning();
         }
@@ -355,7 +366,7 @@ void QXDCamera::setDevicePosition(int position) {
     if (_running) {
         std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
         _captureSessionQueue->async([weakSelf, semaphore] {
-            auto self = weakSelf.lock();
+            auto self = live(weakSelf);
             if (!self) {
                 return;
             }
@@ -386,7 +397,7 @@ void QXDCamera::setSessionPreset(const QString& preset) {
     if (session->isRunning()) {
         std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
         _captureSessionQueue->async([weakSelf, preset] {
-            auto self = weakSelf.lock();
+            auto self = live(weakSelf);
             if (!self || !self->_captureSession) {
                 return;
             }
@@ -415,7 +426,7 @@ bool QXDCamera::canConfigureDeviceWithActionHandler(const CapabilityHandler& han
     bool result = false;
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
     _captureSessionQueue->sync([&] {
-        auto self = weakSelf.lock();
+        auto self = live(weakSelf);
         if (!self) {
             return;
         }
@@ -437,7 +448,7 @@ bool QXDCamera::canConfigureDeviceWithActionHandler(const CapabilityHandler& han
 void QXDCamera::configureDeviceWithActionHandler(ConfigurationHandler handler) {
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
     _captureSessionQueue->async([weakSelf, handler = std::move(handler)] {
-        auto self = weakSelf.lock();
+        auto self = live(weakSelf);
         if (!self) {
             return;
         }
@@ -543,7 +554,7 @@ void QXDCamera::configureModeWithPoint(bool exposure, int mode, const QPointF& p
             return false;
         }
         QPointF devicePoint(0, 0);
-        if (auto self = weakSelf.lock(); self && self->_videoPreviewLayer) {
+        if (auto self = live(weakSelf); self && self->_videoPreviewLayer) {
             devicePoint = self->_videoPreviewLayer->captureDevicePointOfInterestForPoint(point);
         }
         const QPointF current =
@@ -708,12 +719,18 @@ void QXDCamera::captureOutputDidOutputSampleBuffer(
     const std::shared_ptr<platform::CaptureOutput>& /*output*/,
     const platform::SampleBufferPtr& sampleBuffer,
     const std::shared_ptr<platform::CaptureConnection>& /*connection*/) {
+    noteFrameArrival();
     const auto receiver = _delegate.lock();
-    if (!receiver || !sampleBuffer) {
+    if (!receiver || !sampleBuffer || _released.load()) {
         return;
     }
     const auto& buffer = sampleBuffer->imageBuffer();
-    if (!buffer || buffer->lockBaseAddress(0) != platform::cv_return::kSuccess) {
+    if (!buffer) {
+        count(Count::FramesDroppedNoImageBuffer);
+        return;
+    }
+    if (buffer->lockBaseAddress(0) != platform::cv_return::kSuccess) {
+        count(Count::FramesDroppedLockRefused);
         return;
     }
     const std::uint32_t format = buffer->pixelFormatType();
@@ -722,19 +739,28 @@ void QXDCamera::captureOutputDidOutputSampleBuffer(
         lumaOnly = true;
     } else if (format != platform::pixel_format::k32BGRA) {
         buffer->unlockBaseAddress(0);
+        count(Count::FramesDroppedUnsupportedFormat);
         return;
     }
     {
         const QImage image = wrapBuffer(*buffer, lumaOnly);
         receiver->cameraDidCaptureVideoSample(*this, image);
     }
+    count(Count::FramesDelivered);
     buffer->unlockBaseAddress(0);
 }
 
 void QXDCamera::captureOutputDidDropSampleBuffer(
     const std::shared_ptr<platform::CaptureOutput>& /*output*/,
-    const platform::SampleBufferPtr& /*sampleBuffer*/,
-    const std::shared_ptr<platform::CaptureConnection>& /*connection*/) {}
+    const platform::SampleBufferPtr& sampleBuffer,
+    const std::shared_ptr<platform::CaptureConnection>& /*connection*/) {
+    // Silent to the delegate; counted.
+    noteFrameArrival();
+    const auto reason =
+        sampleBuffer ? sampleBuffer->droppedFrameReason() : platform::DroppedFrameReason::None;
+    count(reason == platform::DroppedFrameReason::OutOfBuffers ? Count::FramesDroppedNoBuffer
+                                                               : Count::FramesDroppedLate);
+}
 
 // --- Stills -------------------------------------------------------------------
 
@@ -770,16 +796,19 @@ void QXDCamera::takePicture() {
             _stillImageStabilizationEnableWhenAvailable);
     }
 
+    count(Count::StillsRequested);
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
     output->captureStillImageAsynchronously(
         videoConnection,
         [weakSelf](const platform::SampleBufferPtr& sample, const ErrorPtr& error) {
-            auto self = weakSelf.lock();
+            // An engine its owner has let go of delivers nothing more.
+            auto self = live(weakSelf);
             if (!self) {
                 return;
             }
             const auto receiver = self->_delegate.lock();
             auto fail = [&](const QString& description, const ErrorPtr& underlying) {
+                self->count(Count::StillsFailed);
                 if (!receiver) {
                     return;
                 }
@@ -815,6 +844,10 @@ void QXDCamera::takePicture() {
             {
                 const QImage image = wrapBuffer(*buffer, false);
                 self->_stillImageOutputQueue->sync([&] {
+                    if (self->_released.load()) {
+                        return;
+                    }
+                    self->count(Count::StillsCompleted);
                     if (receiver) {
                         receiver->cameraDidCaptureStillImage(*self, image);
                     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "QXDCameraCounters.h"
 #include "QXDCameraDelegate.h"
 
 #include "platform/capture/CaptureDevice.h"
@@ -9,6 +10,8 @@
 #include <QPointF>
 #include <QString>
 
+#include <array>
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -17,6 +20,7 @@ class CaptureDeviceInput;
 class CaptureSession;
 class DispatchQueue;
 class StillImageOutput;
+class Timer;
 class VideoPreviewLayer;
 struct Notification;
 }  // namespace platform
@@ -31,6 +35,18 @@ struct Notification;
 /// from the owner's thread (the main thread) unless a method says otherwise;
 /// the capability questions block the caller until the session queue has
 /// answered and must not be asked from the session queue.
+///
+/// Releasing the owner's last reference tears the engine down on the
+/// releasing thread: it waits for the task running on any of its queues and
+/// for a still capture in progress (whose result is then not delivered), so
+/// no thread of the engine runs once the release has returned. Do not release
+/// it from a thread that such a task waits for.
+///
+/// A camera that is lost while the engine runs (unplugged, taken by another
+/// program, or silent for stallTimeout seconds) is reported once through
+/// cameraDidFailWithError with code 404 of QXDCameraErrorDomain, on the
+/// session queue; running() then reads false and a later start() picks the
+/// camera up again once it is back.
 class QXDCamera : public platform::VideoDataOutputDelegate,
                   public std::enable_shared_from_this<QXDCamera> {
 public:
@@ -56,8 +72,17 @@ public:
     // Lifecycle
     void start();
     void stop();
-    bool running() const { return _running; }
+    bool running() const { return _running.load(); }
     void setRunning(bool running) { _running = running; }
+
+    /// Seconds (on the main run loop's clock) without a frame after which a
+    /// running camera counts as lost; 0 turns the check off. Default 3.
+    double stallTimeout() const { return _stallTimeout; }
+    void setStallTimeout(double seconds) { _stallTimeout = seconds; }
+
+    /// Frames delivered and dropped, stills requested, completed and failed.
+    /// Thread-safe.
+    QXDCameraCounters counters() const;
 
     /// Switches camera. Blocks the caller until the session queue has
     /// rebuilt the input; only call it on a running engine, for on a stopped
@@ -131,7 +156,27 @@ public:
     std::shared_ptr<platform::CaptureDeviceInput> deviceInput() const { return _deviceInput; }
 
 private:
+    enum class Count {
+        FramesDelivered,
+        FramesDroppedLate,
+        FramesDroppedNoBuffer,
+        FramesDroppedLockRefused,
+        FramesDroppedUnsupportedFormat,
+        FramesDroppedNoImageBuffer,
+        StillsRequested,
+        StillsCompleted,
+        StillsFailed,
+        Size
+    };
+
     QXDCamera() = default;
+    /// The owner's handle: releasing its last copy runs shutDown, then lets
+    /// go of the engine on the releasing thread.
+    static std::shared_ptr<QXDCamera> handOut(std::shared_ptr<QXDCamera> engine);
+    static void shutDown(std::shared_ptr<QXDCamera> engine);
+    /// The engine behind weak, unless it is gone or its owner let it go.
+    static std::shared_ptr<QXDCamera> live(const std::weak_ptr<QXDCamera>& weak);
+    void count(Count what) { ++_counts[static_cast<std::size_t>(what)]; }
     void init();
     void initWithVideoPreviewLayer(const std::shared_ptr<platform::VideoPreviewLayer>& layer,
                                    int position, bool allowsHighResolution,
@@ -147,6 +192,16 @@ private:
     void createStillImageOutput();
     void configureModeWithPoint(bool exposure, int mode, const QPointF& point);
 
+    // Lost cameras (session queue unless noted)
+    void observeSessionFailures();
+    void sessionDidFail(const platform::ErrorPtr& cause);
+    /// Rebuilds the input when its camera is gone but one is back at the
+    /// same position; false when there is none.
+    bool reattachCameraIfLost();
+    void reportCameraLoss(const QString& description, const platform::ErrorPtr& cause);
+    void armStallWatch();  // owner's thread
+    void checkForStall();  // main thread
+    void noteFrameArrival();
     std::shared_ptr<platform::DispatchQueue> _captureSessionQueue;
     std::shared_ptr<platform::StillImageOutput> _stillImageOutput;
     std::shared_ptr<platform::DispatchQueue> _stillImageOutputQueue;
@@ -159,10 +214,20 @@ private:
     bool _videoStabilizationEnableWhenAvailable = false;
     bool _allowsHighResolution = false;
     bool _grayscaleMode = false;
-    bool _running = false;
+    std::atomic<bool> _running{false};
     std::weak_ptr<QXDCameraDelegate> _delegate;
     int _devicePosition = 1;
     long _fps = 0;
     long _videoOrientation = 1;
     long _currentDeviceOrientation = 0;
+
+    std::atomic<bool> _released{false};
+    std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(Count::Size)> _counts{};
+    /// Frames and drops seen, for the stall watch.
+    std::atomic<std::uint64_t> _framesSeen{0};
+    std::atomic<std::int64_t> _lastFrameNanoseconds{0};
+    double _stallTimeout = 3.0;
+    std::shared_ptr<platform::Timer> _stallTimer;
+    std::uint64_t _framesAtLastCheck = 0;
+    double _lastProgressTime = 0.0;
 };

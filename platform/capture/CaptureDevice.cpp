@@ -32,9 +32,9 @@ std::shared_ptr<CaptureDevice> CaptureDevice::create(std::shared_ptr<CaptureDevi
     DeviceDiscovery::initialize();
     auto device = std::make_shared<CaptureDevice>(Key{}, std::move(driver));
     std::weak_ptr<CaptureDevice> weak = device;
-    device->_driver->setDisconnectionHandler([weak](const ErrorPtr& reason) {
+    device->_driver->setFailureHandler([weak](const ErrorPtr& reason, bool disconnected) {
         if (auto self = weak.lock()) {
-            self->handleDisconnection(reason);
+            self->handleStreamFailure(reason, disconnected);
         }
     });
     return device;
@@ -55,7 +55,7 @@ CaptureDevice::CaptureDevice(Key, std::shared_ptr<CaptureDeviceDriver> driver)
     : _driver(std::move(driver)), _settings(_driver->initialSettings()) {}
 
 CaptureDevice::~CaptureDevice() {
-    _driver->setDisconnectionHandler({});
+    _driver->setFailureHandler({});
 }
 
 QString CaptureDevice::uniqueID() const {
@@ -423,7 +423,7 @@ void CaptureDevice::stopStreaming() {
     _streamSink.reset();
 }
 
-void CaptureDevice::handleDisconnection(const ErrorPtr& reason) {
+void CaptureDevice::handleStreamFailure(const ErrorPtr& reason, bool disconnected) {
     // Drivers may report from their stream thread; observers of the
     // notification may stop the session, which joins that thread, so both the
     // notification and the session's failure go out from the device's own queue.
@@ -437,13 +437,15 @@ void CaptureDevice::handleDisconnection(const ErrorPtr& reason) {
         events = _events;
     }
     std::weak_ptr<CaptureDevice> weak = weak_from_this();
-    events->async([weak, reason] {
+    events->async([weak, reason, disconnected] {
         auto self = weak.lock();
         if (!self) {
             return;
         }
-        NotificationCenter::defaultCenter().post(kCaptureDeviceWasDisconnectedNotification,
-                                                 self.get());
+        if (disconnected) {
+            NotificationCenter::defaultCenter().post(kCaptureDeviceWasDisconnectedNotification,
+                                                     self.get());
+        }
         std::shared_ptr<CaptureStreamSink> sink;
         {
             std::lock_guard lock(self->_mutex);

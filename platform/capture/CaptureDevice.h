@@ -108,8 +108,9 @@ public:
     const CaptureDeviceCapabilities& capabilities() const { return _driver->capabilities(); }
     CaptureDeviceDriver& driver() const { return *_driver; }
     CaptureDeviceSettings settings() const;
-    /// Starts the driver's stream into sink; a disconnection of the device is
-    /// reported to sink->streamDidFail. null or the driver's error.
+    /// Starts the driver's stream into sink; a disconnection of the device, or
+    /// its loss to another program, is reported to sink->streamDidFail. null
+    /// or the driver's error.
     ErrorPtr startStreaming(const std::shared_ptr<CaptureStreamSink>& sink);
     void stopStreaming();
 
@@ -119,7 +120,7 @@ private:
     /// the driver.
     template <typename Change>
     void configure(const char* what, Change change);
-    void handleDisconnection(const ErrorPtr& reason);
+    void handleStreamFailure(const ErrorPtr& reason, bool disconnected);
 
     std::shared_ptr<CaptureDeviceDriver> _driver;
     std::shared_ptr<DispatchQueue> _events;

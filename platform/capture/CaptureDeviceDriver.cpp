@@ -96,19 +96,30 @@ ErrorPtr CaptureDeviceDriver::openInput() {
 void CaptureDeviceDriver::applySettings(const CaptureDeviceSettings& /*settings*/) {}
 
 void CaptureDeviceDriver::reportDisconnection(const ErrorPtr& reason) {
-    std::function<void(const ErrorPtr&)> handler;
+    std::function<void(const ErrorPtr&, bool)> handler;
     {
         std::lock_guard lock(_handlerMutex);
-        handler = _disconnectionHandler;
+        handler = _failureHandler;
     }
     if (handler) {
-        handler(reason);
+        handler(reason, true);
     }
 }
 
-void CaptureDeviceDriver::setDisconnectionHandler(std::function<void(const ErrorPtr&)> handler) {
+void CaptureDeviceDriver::reportStreamFailure(const ErrorPtr& reason) {
+    std::function<void(const ErrorPtr&, bool)> handler;
+    {
+        std::lock_guard lock(_handlerMutex);
+        handler = _failureHandler;
+    }
+    if (handler) {
+        handler(reason, false);
+    }
+}
+
+void CaptureDeviceDriver::setFailureHandler(std::function<void(const ErrorPtr&, bool)> handler) {
     std::lock_guard lock(_handlerMutex);
-    _disconnectionHandler = std::move(handler);
+    _failureHandler = std::move(handler);
 }
 
 }  // namespace platform

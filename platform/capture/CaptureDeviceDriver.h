@@ -89,8 +89,11 @@ public:
     /// One frame, made in layout. Called on the stream thread; never blocks.
     virtual void streamDidOutputSampleBuffer(const SampleBufferPtr& sampleBuffer,
                                              const FrameLayout& layout) = 0;
-    /// The device went away: no frame follows. Called once, off the stream
-    /// thread.
+    /// A frame was not made (see DroppedFrameReason), at time. Called on the
+    /// stream thread; never blocks. Default: ignored.
+    virtual void streamDidDropFrame(MediaTime /*time*/, DroppedFrameReason /*reason*/) {}
+    /// The stream ended for good: the device went away or another program
+    /// took it. No frame follows. Called once, off the stream thread.
     virtual void streamDidFail(const ErrorPtr& error) = 0;
 };
 
@@ -129,8 +132,8 @@ public:
     /// flash off.
     virtual CaptureDeviceSettings initialSettings() const;
 
-    /// Whether the hardware is there. Once a driver has reported a
-    /// disconnection this stays false.
+    /// Whether the hardware is there. After a reported disconnection this
+    /// stays false until the same hardware comes back (hot-plug).
     virtual bool isConnected() const = 0;
     /// Whether the torch can be used now (it can overheat). Default: it has one.
     virtual bool isTorchAvailable() const;
@@ -168,13 +171,19 @@ protected:
     /// false. The device posts its notification and ends the stream's session
     /// asynchronously, so this may be called from the stream thread.
     void reportDisconnection(const ErrorPtr& reason);
+    /// For drivers: the stream ended although the device is still there (it
+    /// was taken by another program). The stream's session stops with reason
+    /// as its runtime error, asynchronously; may be called from the stream
+    /// thread.
+    void reportStreamFailure(const ErrorPtr& reason);
 
 private:
     friend class CaptureDevice;
-    void setDisconnectionHandler(std::function<void(const ErrorPtr&)> handler);
+    /// handler(reason, disconnected) runs for both kinds of report.
+    void setFailureHandler(std::function<void(const ErrorPtr&, bool)> handler);
 
     std::mutex _handlerMutex;
-    std::function<void(const ErrorPtr&)> _disconnectionHandler;
+    std::function<void(const ErrorPtr&, bool)> _failureHandler;
 };
 
 }  // namespace platform

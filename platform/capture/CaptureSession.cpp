@@ -67,6 +67,14 @@ public:
         }
     }
 
+    void streamDidDropFrame(MediaTime time, DroppedFrameReason reason) override {
+        const Snapshot graph = snapshot();
+        if (graph.videoOutput && graph.videoConnection && graph.videoConnection->isEnabled()) {
+            graph.videoOutput->deliverDroppedFrame(
+                std::make_shared<const SampleBuffer>(nullptr, time, reason), graph.videoConnection);
+        }
+    }
+
     void streamDidFail(const ErrorPtr& error) override {
         if (auto session = _session.lock()) {
             session->handleStreamFailure(error);
@@ -374,8 +382,10 @@ void CaptureSession::handleStreamFailure(const ErrorPtr& error) {
     std::vector<Notification> notes;
     {
         std::lock_guard lock(_mutex);
-        // A failure of a device the session has already let go is stale.
-        if (!_running || !_streamingDevice || _streamingDevice->isConnected()) {
+        // A failure of a device the session has already let go is stale, and
+        // so is a disconnection of a device that is back by now.
+        const bool disconnection = error && error->code() == av_error::kDeviceWasDisconnected;
+        if (!_running || !_streamingDevice || (disconnection && _streamingDevice->isConnected())) {
             return;
         }
         _streamingDevice->stopStreaming();

@@ -116,6 +116,7 @@ inline constexpr int kDeviceAlreadyUsedByAnotherSession = -11804;
 inline constexpr int kDeviceWasDisconnected = -11808;
 inline constexpr int kDeviceNotConnected = -11814;
 inline constexpr int kDeviceInUseByAnotherApplication = -11815;
+inline constexpr int kOperationInterrupted = -11816;
 inline constexpr int kDeviceLockedForConfigurationByAnotherProcess = -11817;
 inline constexpr int kTorchLevelUnavailable = -11846;
 }  // namespace av_error

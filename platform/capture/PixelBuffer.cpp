@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::size_t kRowAlignment = 64;
 
-std::size_t alignedRow(std::size_t bytes) {
+std::size_t alignTo64(std::size_t bytes) {
     return (bytes + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
 }
 
@@ -21,7 +21,8 @@ bool PixelBuffer::isSupportedFormat(std::uint32_t pixelFormat) {
 }
 
 bool PixelBuffer::layout(int width, int height, std::uint32_t format,
-                         std::vector<PixelBufferPlane>& planes, std::size_t& dataSize) {
+                         std::vector<PixelBufferPlane>& planes, std::size_t& dataSize,
+                         std::size_t extraBytesPerRow) {
     planes.clear();
     dataSize = 0;
     if (width <= 0 || height <= 0 || !isSupportedFormat(format)) {
@@ -29,6 +30,9 @@ bool PixelBuffer::layout(int width, int height, std::uint32_t format,
     }
     const auto w = static_cast<std::size_t>(width);
     const auto h = static_cast<std::size_t>(height);
+    const auto alignedRow = [extraBytesPerRow](std::size_t bytes) {
+        return alignTo64(bytes) + extraBytesPerRow;
+    };
     if (format == pixel_format::k32BGRA) {
         planes.push_back({width, height, alignedRow(w * 4), 0});
     } else if (format == pixel_format::k422YpCbCr8_yuvs) {
@@ -125,7 +129,7 @@ int PixelBuffer::lockBaseAddress(std::uint64_t flags) {
     if ((flags & ~kPixelBufferLockReadOnly) != 0) {
         return cv_return::kInvalidArgument;
     }
-    if (_refusesLock.load()) {
+    if (_refusesLock.load() || !isIntact()) {
         return cv_return::kError;
     }
     ++_lockCount;
@@ -153,7 +157,7 @@ std::shared_ptr<PixelBufferPool> PixelBufferPool::create(const Attributes& attri
     std::vector<PixelBufferPlane> planes;
     std::size_t dataSize = 0;
     if (!PixelBuffer::layout(attributes.width, attributes.height, attributes.pixelFormat, planes,
-                             dataSize)) {
+                             dataSize, attributes.extraBytesPerRow)) {
         return nullptr;
     }
     return std::make_shared<PixelBufferPool>(Key{}, attributes, std::move(planes), dataSize);
@@ -164,7 +168,9 @@ PixelBufferPool::PixelBufferPool(Key, const Attributes& attributes,
     : _attributes(attributes),
       _planes(std::move(planes)),
       _dataSize(dataSize),
-      _shelf(std::make_shared<Shelf>()) {}
+      _shelf(std::make_shared<Shelf>()) {
+    _shelf->keepFree = attributes.maximumFreeBufferCount;
+}
 
 std::shared_ptr<PixelBuffer> PixelBufferPool::createPixelBuffer() {
     std::shared_ptr<unsigned char> memory;
@@ -188,8 +194,14 @@ std::shared_ptr<PixelBuffer> PixelBufferPool::createPixelBuffer() {
     auto recycler = [shelf](std::shared_ptr<unsigned char> block) {
         if (auto alive = shelf.lock()) {
             std::lock_guard lock(alive->mutex);
-            alive->free.push_back(std::move(block));
+            if (alive->keepFree == 0 || alive->free.size() < alive->keepFree) {
+                alive->free.push_back(std::move(block));
+                return;
+            }
+            --alive->allocated;
         }
+        // Beyond what the pool keeps: the memory goes back to the system
+        // here, outside the lock.
     };
     return std::make_shared<PixelBuffer>(PixelBuffer::Key{}, _attributes.width, _attributes.height,
                                          _attributes.pixelFormat, _planes, _dataSize,

@@ -3,6 +3,7 @@
 #include "platform/capture/CaptureTypes.h"
 
 #include <atomic>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -95,6 +96,12 @@ public:
     const PixelBufferPlane& plane(std::size_t index) const { return _planes[index]; }
     /// Makes every later lockBaseAddress fail, as a buffer that cannot be mapped.
     void setRefusesLock(bool refuses) { _refusesLock = refuses; }
+    /// Declares that only the first bytes of the memory hold pixels (a
+    /// transfer cut short). A buffer whose valid bytes end before its last
+    /// row is corrupt: lockBaseAddress fails, so nobody reads past the end.
+    void setValidByteCount(std::size_t bytes) { _validBytes = bytes; }
+    /// Whether the memory covers every row of every plane.
+    bool isIntact() const { return _validBytes.load() >= _dataSize; }
 
     /// Recycles memory into the pool that made it; used by PixelBufferPool.
     using Recycler = std::function<void(std::shared_ptr<unsigned char>)>;
@@ -103,9 +110,11 @@ public:
                 std::shared_ptr<unsigned char> memory, Recycler recycler);
 
     /// The planes and total size of a buffer, or false for an unsupported
-    /// format or size.
+    /// format or size. Rows are aligned to 64 bytes, then extraBytesPerRow
+    /// are added to each (a producer whose rows are longer than its pixels).
     static bool layout(int width, int height, std::uint32_t format,
-                       std::vector<PixelBufferPlane>& planes, std::size_t& dataSize);
+                       std::vector<PixelBufferPlane>& planes, std::size_t& dataSize,
+                       std::size_t extraBytesPerRow = 0);
 
 private:
     friend class PixelBufferPool;
@@ -121,6 +130,7 @@ private:
     std::shared_ptr<const void> _externalOwner;
     std::atomic<int> _lockCount{0};
     std::atomic<bool> _refusesLock{false};
+    std::atomic<std::size_t> _validBytes{SIZE_MAX};
 };
 
 /// Reusable pixel buffers of one size and format.
@@ -140,6 +150,11 @@ public:
         std::uint32_t pixelFormat = pixel_format::k32BGRA;
         /// Buffers out at once at most; 0: no limit.
         std::size_t maximumBufferCount = 0;
+        /// Returned memory kept for reuse at most; what comes back beyond it
+        /// is freed, so a burst of buffers does not stay allocated. 0: keep all.
+        std::size_t maximumFreeBufferCount = 0;
+        /// Padding at the end of every row (see PixelBuffer::layout).
+        std::size_t extraBytesPerRow = 0;
     };
 
     /// null for an unsupported format or size.
@@ -150,7 +165,7 @@ public:
     /// A buffer, or null when maximumBufferCount buffers are out.
     std::shared_ptr<PixelBuffer> createPixelBuffer();
 
-    /// Memory blocks made so far (out or free).
+    /// Memory blocks alive (out or free).
     std::size_t allocatedBufferCount() const;
     /// Memory blocks waiting to be reused.
     std::size_t freeBufferCount() const;
@@ -162,7 +177,8 @@ private:
     struct Shelf {
         std::mutex mutex;
         std::vector<std::shared_ptr<unsigned char>> free;
-        std::size_t allocated = 0;
+        std::size_t allocated = 0;  ///< blocks alive, out or free
+        std::size_t keepFree = 0;
     };
 
     Attributes _attributes;

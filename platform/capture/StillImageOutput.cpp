@@ -23,7 +23,12 @@ std::shared_ptr<StillImageOutput> StillImageOutput::create() {
 StillImageOutput::StillImageOutput(Key)
     : _completionQueue(DispatchQueue::createSerial("platform.capture.still-image-completion")) {}
 
-StillImageOutput::~StillImageOutput() = default;
+StillImageOutput::~StillImageOutput() {
+    _flight->closed = true;
+    // Joins the completion thread after the capture in progress, unless this
+    // runs on it.
+    _completionQueue.reset();
+}
 
 QVariantMap StillImageOutput::outputSettings() const {
     return {{kPixelBufferPixelFormatTypeKey, QVariant::fromValue<uint>(pixelFormat())}};
@@ -59,15 +64,23 @@ void StillImageOutput::setAutomaticallyEnablesStillImageStabilizationWhenAvailab
 
 void StillImageOutput::captureStillImageAsynchronously(
     const std::shared_ptr<CaptureConnection>& connection, CompletionHandler completion) {
-    auto self = std::static_pointer_cast<StillImageOutput>(shared_from_this());
     ++_capturesInFlight;
-    _completionQueue->async([self, connection, completion = std::move(completion)] {
-        StillResult result = self->capture(connection);
-        --self->_capturesInFlight;
-        if (completion) {
-            completion(result.sampleBuffer, result.error);
-        }
-    });
+    // The task borrows the output: the destructor closes the flight and then
+    // waits for the task in progress, so `this` is valid while it is open.
+    _completionQueue->async(
+        [this, flight = _flight, connection, completion = std::move(completion)] {
+            StillResult result;
+            if (flight->closed.load()) {
+                result.error = captureError(av_error::kOperationInterrupted,
+                                            QStringLiteral("The capture was cancelled."));
+            } else {
+                result = capture(connection);
+                --_capturesInFlight;
+            }
+            if (completion) {
+                completion(result.sampleBuffer, result.error);
+            }
+        });
 }
 
 StillResult StillImageOutput::capture(const std::shared_ptr<CaptureConnection>& connection) const {

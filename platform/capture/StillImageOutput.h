@@ -23,6 +23,11 @@ class DispatchQueue;
 ///
 /// Thread-safe. Completions run on the output's own completion thread (never
 /// the caller's, never the main thread), one at a time, in request order.
+/// Queued work never keeps the output alive: destroying it waits for the
+/// capture in progress (its completion runs as usual) and completes the
+/// captures not yet begun with kOperationInterrupted, so no capture and no
+/// completion runs once the destructor has returned. (Destroyed from its own
+/// completion, the output lets that completion finish on its thread.)
 class StillImageOutput : public CaptureOutput {
     struct Key {};
 
@@ -66,6 +71,10 @@ private:
     CaptureConnection::Traits connectionTraits(const CaptureDevice& device) const override;
     StillResult capture(const std::shared_ptr<CaptureConnection>& connection) const;
 
+    struct Flight {
+        std::atomic<bool> closed{false};
+    };
+    std::shared_ptr<Flight> _flight = std::make_shared<Flight>();
     std::shared_ptr<DispatchQueue> _completionQueue;
     std::atomic<int> _capturesInFlight{0};
     std::atomic<std::uint32_t> _pixelFormat{pixel_format::k32BGRA};

@@ -57,13 +57,10 @@ void VideoDataOutput::deliverSampleBuffer(const SampleBufferPtr& sampleBuffer,
     if (alwaysDiscardsLateVideoFrames() && _framesInFlight->load() > 0) {
         // The dropped frame's pixels go back to the pool at once; the
         // delegate hears of it, in order, once the queue reaches it.
-        auto marker =
-            std::make_shared<const SampleBuffer>(nullptr, sampleBuffer->presentationTimeStamp());
-        queue->async([self, delegate, marker, connection] {
-            if (auto receiver = delegate.lock()) {
-                receiver->captureOutputDidDropSampleBuffer(self, marker, connection);
-            }
-        });
+        deliverDroppedFrame(
+            std::make_shared<const SampleBuffer>(nullptr, sampleBuffer->presentationTimeStamp(),
+                                                 DroppedFrameReason::FrameWasLate),
+            connection);
         return;
     }
     ++*_framesInFlight;
@@ -72,6 +69,26 @@ void VideoDataOutput::deliverSampleBuffer(const SampleBufferPtr& sampleBuffer,
             receiver->captureOutputDidOutputSampleBuffer(self, sampleBuffer, connection);
         }
         --*inFlight;
+    });
+}
+
+void VideoDataOutput::deliverDroppedFrame(const SampleBufferPtr& marker,
+                                          const std::shared_ptr<CaptureConnection>& connection) {
+    std::weak_ptr<VideoDataOutputDelegate> delegate;
+    std::shared_ptr<DispatchQueue> queue;
+    {
+        std::lock_guard lock(_delegateMutex);
+        delegate = _delegate;
+        queue = _queue;
+    }
+    if (!queue || delegate.expired()) {
+        return;
+    }
+    auto self = std::static_pointer_cast<CaptureOutput>(shared_from_this());
+    queue->async([self, delegate, marker, connection] {
+        if (auto receiver = delegate.lock()) {
+            receiver->captureOutputDidDropSampleBuffer(self, marker, connection);
+        }
     });
 }
 

@@ -66,6 +66,10 @@ public:
     /// For the session: hands one frame to the delegate's queue. Never blocks.
     void deliverSampleBuffer(const SampleBufferPtr& sampleBuffer,
                              const std::shared_ptr<CaptureConnection>& connection);
+    /// For the session: tells the delegate, on its queue and in order, of a
+    /// frame the device could not make (marker carries the time and reason).
+    void deliverDroppedFrame(const SampleBufferPtr& marker,
+                             const std::shared_ptr<CaptureConnection>& connection);
 
 private:
     CaptureConnection::Traits connectionTraits(const CaptureDevice& device) const override;

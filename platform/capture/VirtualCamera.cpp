@@ -296,12 +296,28 @@ QImage VirtualCamera::canvasFor(const FrameLayout& layout, int picture) {
     return image;
 }
 
+std::size_t VirtualCamera::bufferBound() const {
+    if (_config.maximumBuffersInFlight != 0) {
+        return _config.maximumBuffersInFlight;
+    }
+    return std::max<std::size_t>(4, static_cast<std::size_t>(std::ceil(_config.frameRate)));
+}
+
 std::shared_ptr<PixelBufferPool> VirtualCamera::poolFor(const QSize& size, std::uint32_t format) {
+    // Spare buffers kept once consumers give back a burst: enough for a
+    // steady stream, so the rest of the memory goes back to the system.
+    constexpr std::size_t kSpareBuffers = 4;
     std::lock_guard lock(_mutex);
     if (!_pool || _pool->attributes().width != size.width() ||
         _pool->attributes().height != size.height() || _pool->attributes().pixelFormat != format) {
-        _pool = PixelBufferPool::create(
-            {size.width(), size.height(), format, _config.maximumBuffersInFlight});
+        PixelBufferPool::Attributes attributes;
+        attributes.width = size.width();
+        attributes.height = size.height();
+        attributes.pixelFormat = format;
+        attributes.maximumBufferCount = bufferBound();
+        attributes.maximumFreeBufferCount = kSpareBuffers;
+        attributes.extraBytesPerRow = _config.failures.extraBytesPerRow;
+        _pool = PixelBufferPool::create(attributes);
     }
     return _pool;
 }
@@ -313,9 +329,37 @@ void VirtualCamera::disconnect() {
     }
 }
 
+void VirtualCamera::reconnect() {
+    _connected = true;
+}
+
+void VirtualCamera::setStalled(bool stalled) {
+    _stalled = stalled;
+}
+
+void VirtualCamera::setInUseByAnotherApplication(bool inUse) {
+    if (_inUseElsewhere.exchange(inUse) || !inUse) {
+        return;
+    }
+    bool streaming = false;
+    {
+        std::lock_guard lock(_mutex);
+        streaming = _timer != nullptr;
+    }
+    if (streaming) {
+        reportStreamFailure(
+            avError(av_error::kDeviceInUseByAnotherApplication,
+                    QStringLiteral("The device is in use by another application.")));
+    }
+}
+
 ErrorPtr VirtualCamera::startStreaming(std::shared_ptr<CaptureStreamSink> sink) {
     if (!isConnected()) {
         return avError(av_error::kDeviceNotConnected, QStringLiteral("Cannot Record"));
+    }
+    if (_inUseElsewhere.load()) {
+        return avError(av_error::kDeviceInUseByAnotherApplication,
+                       QStringLiteral("The device is in use by another application."));
     }
     std::lock_guard lock(_mutex);
     if (_timer) {
@@ -348,6 +392,9 @@ bool VirtualCamera::tick(std::uint64_t tick) {
     if (!sink || !isConnected()) {
         return false;
     }
+    if (_stalled.load() || _inUseElsewhere.load()) {
+        return true;
+    }
     const int lostAfter = _config.failures.disconnectAfterFrames;
     if (lostAfter >= 0 && _delivered.load() >= static_cast<std::uint64_t>(lostAfter)) {
         disconnect();
@@ -357,17 +404,25 @@ bool VirtualCamera::tick(std::uint64_t tick) {
     if (layout.sensorSize.isEmpty()) {
         return true;
     }
-    const SampleBufferPtr sample = renderFrame(tick, layout);
+    FrameLayout made;
+    const SampleBufferPtr sample = render(tick, layout, made);
     if (!sample) {
-        return true;  // every buffer is still out: this frame is skipped
+        // Every buffer is still out (consumers keep frames): this frame is
+        // skipped, and said so.
+        ++_outOfBuffers;
+        sink->streamDidDropFrame(timeOf(tick), DroppedFrameReason::OutOfBuffers);
+        if (_config.dropObserver) {
+            _config.dropObserver();
+        }
+        return true;
     }
     {
-        const QPolygonF corners = pageCorners(tick, layout);
+        const QPolygonF corners = pageCorners(tick, made);
         std::lock_guard lock(_mutex);
         _lastFramePage = corners;
-        _lastFrameLayout = layout;
+        _lastFrameLayout = made;
     }
-    sink->streamDidOutputSampleBuffer(sample, layout);
+    sink->streamDidOutputSampleBuffer(sample, made);
     ++_delivered;
     if (_config.frameObserver) {
         _config.frameObserver(sample);
@@ -375,17 +430,44 @@ bool VirtualCamera::tick(std::uint64_t tick) {
     return true;
 }
 
+MediaTime VirtualCamera::timeOf(std::uint64_t tick) const {
+    return {static_cast<qint64>(tick),
+            static_cast<qint32>(std::max(1.0, std::round(_config.frameRate)))};
+}
+
 SampleBufferPtr VirtualCamera::renderFrame(std::uint64_t tick, const FrameLayout& layout) {
-    const MediaTime time{static_cast<qint64>(tick),
-                         static_cast<qint32>(std::max(1.0, std::round(_config.frameRate)))};
+    FrameLayout made;
+    return render(tick, layout, made);
+}
+
+SampleBufferPtr VirtualCamera::render(std::uint64_t tick, const FrameLayout& layout,
+                                      FrameLayout& made) {
+    const VirtualCameraFailures& faults = _config.failures;
+    MediaTime time = timeOf(tick);
+    if (faults.timestampGlitchEvery > 0 && tick > 1) {
+        const auto every = static_cast<std::uint64_t>(faults.timestampGlitchEvery);
+        if (tick % (2 * every) == 0) {
+            time.value = static_cast<qint64>(tick) - 2;  // earlier than the previous frame
+        } else if (tick % every == 0) {
+            time.value = static_cast<qint64>(tick) - 1;  // the previous frame's stamp
+        }
+    }
     const virtual_scene::Look look = lookAt(tick);
-    if (_config.failures.liveFramesWithoutImageBuffer) {
+    made = layout;
+    if (faults.liveFramesWithoutImageBuffer) {
         return std::make_shared<const SampleBuffer>(nullptr, time);
     }
-    FrameLayout made = layout;
-    if (_config.failures.liveFramesInUnsupportedFormat ||
-        !PixelBuffer::isSupportedFormat(made.pixelFormat)) {
+    if (faults.liveFramesInUnsupportedFormat || !PixelBuffer::isSupportedFormat(made.pixelFormat)) {
         made.pixelFormat = pixel_format::k422YpCbCr8_yuvs;
+    }
+    if (faults.resolutionChangeAfterFrames >= 0 &&
+        _delivered.load() >= static_cast<std::uint64_t>(faults.resolutionChangeAfterFrames)) {
+        made.sensorSize = QSize(std::max(2, evenRound(made.sensorSize.width() / 2.0)),
+                                std::max(2, evenRound(made.sensorSize.height() / 2.0)));
+    }
+    if (faults.oddFrameSize && made.pixelFormat == pixel_format::k32BGRA &&
+        made.sensorSize.width() > 2 && made.sensorSize.height() > 2) {
+        made.sensorSize -= QSize(1, 1);
     }
     const QSize size = made.size();
     auto pool = poolFor(size, made.pixelFormat);
@@ -396,7 +478,11 @@ SampleBufferPtr VirtualCamera::renderFrame(std::uint64_t tick, const FrameLayout
     const auto scene = sceneFor(made, look);
     const QPoint shift = handShift(tick, scene->margin());
     scene->renderFrame(*buffer, shift.x(), shift.y(), hash(_config.seed, tick));
-    buffer->setRefusesLock(_config.failures.liveBuffersRefuseLock);
+    buffer->setRefusesLock(faults.liveBuffersRefuseLock);
+    if (faults.truncatedBufferEvery > 0 &&
+        (tick + 1) % static_cast<std::uint64_t>(faults.truncatedBufferEvery) == 0) {
+        buffer->setValidByteCount(buffer->dataSize() / 2);
+    }
     return std::make_shared<const SampleBuffer>(std::move(buffer), time);
 }
 
@@ -410,8 +496,7 @@ StillResult VirtualCamera::captureStill(const StillRequest& request) {
         std::lock_guard lock(_mutex);
         lastTick = _lastTick;
     }
-    const MediaTime time{static_cast<qint64>(lastTick),
-                         static_cast<qint32>(std::max(1.0, std::round(_config.frameRate)))};
+    const MediaTime time = timeOf(lastTick);
     switch (_config.failures.still) {
         case VirtualCameraFailures::Still::Error:
             return {nullptr, _config.failures.stillError

@@ -44,6 +44,22 @@ struct VirtualCameraFailures {
     bool liveFramesWithoutImageBuffer = false;
     /// The device is lost after delivering this many frames (-1: never).
     int disconnectAfterFrames = -1;
+
+    // Frames as real cameras make them -------------------------------------
+    /// Padding at the end of every row, beyond the 64-byte alignment.
+    std::size_t extraBytesPerRow = 0;
+    /// BGRA frames one pixel narrower and shorter than the preset's size, so
+    /// both sides are odd (bi-planar formats need even sizes and keep theirs).
+    bool oddFrameSize = false;
+    /// After this many frames the frames come at half the preset's size, as
+    /// a camera that changes its mode on its own (-1: never).
+    int resolutionChangeAfterFrames = -1;
+    /// Every n-th frame repeats the previous frame's time stamp and every
+    /// 2n-th one is stamped earlier than that (0: never).
+    int timestampGlitchEvery = 0;
+    /// Every n-th frame's buffer is cut short (a corrupt transfer): its
+    /// memory ends half-way, so it cannot be locked (0: never).
+    int truncatedBufferEvery = 0;
 };
 
 /// Everything about one virtual camera: identity, capabilities, picture
@@ -70,12 +86,17 @@ struct VirtualCameraConfiguration {
     int noiseAmplitude = 4;           ///< 0 to 8 levels
     /// Frames an autofocus takes to sharpen the picture.
     int focusSettleFrames = 6;
-    /// Live buffers out at once; a tick finding none free is skipped.
-    std::size_t maximumBuffersInFlight = 12;
+    /// Live buffers out at once at most; 0: a second of frames (at least 4).
+    /// The pool grows to it as consumers keep frames; a tick finding every
+    /// buffer out is skipped and reported as dropped for want of a buffer.
+    std::size_t maximumBuffersInFlight = 0;
 
     VirtualCameraFailures failures;
     /// Called on the stream thread after each delivered frame (for tests).
     std::function<void(const SampleBufferPtr&)> frameObserver;
+    /// Called on the stream thread after each tick that found every buffer
+    /// out (for tests).
+    std::function<void()> dropObserver;
 
     /// The default back camera: every preset up to 3840x2160, 4032x3024
     /// stills, focus, exposure, flash, torch, white balance, low-light boost,
@@ -108,7 +129,21 @@ public:
     const VirtualCameraConfiguration& configuration() const { return _config; }
     /// Loses the device now, as a cable pulled mid-stream.
     void disconnect();
+    /// Plugs the device back in: it is connected again and may stream to a
+    /// session that starts it.
+    void reconnect();
+    /// While stalled the stream keeps running but no frame comes out, with
+    /// no error: a camera that hangs.
+    void setStalled(bool stalled);
+    /// Another program takes the camera (true) or gives it back (false).
+    /// Taking it ends a running stream with kDeviceInUseByAnotherApplication;
+    /// while taken, starting a stream fails with that error.
+    void setInUseByAnotherApplication(bool inUse);
     std::uint64_t deliveredFrameCount() const { return _delivered.load(); }
+    /// Ticks that found every buffer out.
+    std::uint64_t droppedForWantOfBufferCount() const { return _outOfBuffers.load(); }
+    /// The bound of live buffers out at once (see maximumBuffersInFlight).
+    std::size_t bufferBound() const;
     /// Frame `tick` in `layout` as the stream makes it, on the calling thread
     /// and without delivering it: the frame's pixels are the stream's for the
     /// same tick, settings and seed. Null when every pooled buffer is out.
@@ -149,6 +184,8 @@ private:
     bool tick(std::uint64_t tick);
     int pictureAt(std::uint64_t tick) const;
     QPoint handShift(std::uint64_t tick, int margin) const;
+    SampleBufferPtr render(std::uint64_t tick, const FrameLayout& layout, FrameLayout& made);
+    MediaTime timeOf(std::uint64_t tick) const;
     virtual_scene::Look lookAt(std::uint64_t tick);
     std::shared_ptr<const virtual_scene::PreparedScene> sceneFor(const FrameLayout& layout,
                                                                  const virtual_scene::Look& look);
@@ -160,6 +197,9 @@ private:
     std::atomic<bool> _connected{true};
     std::atomic<std::uint64_t> _delivered{0};
     std::atomic<std::uint64_t> _stills{0};
+    std::atomic<std::uint64_t> _outOfBuffers{0};
+    std::atomic<bool> _stalled{false};
+    std::atomic<bool> _inUseElsewhere{false};
 
     mutable std::mutex _mutex;
     CaptureDeviceSettings _settings;

@@ -21,6 +21,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -698,7 +699,7 @@ TEST_F(QXDCameraTest, ThePreviewShowsLiveFramesTurnedAsTheInterfaceIs) {
     EXPECT_FALSE(camera->captureSession()->isRunning());
 }
 
-TEST_F(QXDCameraTest, AnEngineDestroyedWithWorkQueuedRunsNothingAfterwards) {
+TEST_F(QXDCameraTest, ReleasingTheEngineWaitsForItsRunningWorkAndRunsNothingQueued) {
     makeCamera(2);
     // Hold the session queue inside a configuration block, queue work that
     // would fail on the front camera, and let go of the engine meanwhile.
@@ -712,14 +713,16 @@ TEST_F(QXDCameraTest, AnEngineDestroyedWithWorkQueuedRunsNothingAfterwards) {
     ASSERT_TRUE(entered.waitFor(kWait));
     camera->configureFlashMode(7);
     camera->configureTorchMode(1, 0.5f);
-    std::weak_ptr<QXDCamera> watch = camera;
-    camera.reset();
-    EXPECT_FALSE(watch.expired()) << "the running block still holds the engine";
+    platform::Semaphore released;
+    std::thread owner([&released, engine = std::move(camera)]() mutable {
+        engine.reset();
+        released.signal();
+    });
+    EXPECT_FALSE(released.waitFor(0.2)) << "the release waits for the running block";
     gate.signal();
-    // The engine now goes away on its own session queue; what was queued
-    // behind the block finds it gone.
-    EXPECT_FALSE(delegate->failed.waitFor(0.5));
-    EXPECT_TRUE(watch.expired());
+    ASSERT_TRUE(released.waitFor(kWait));
+    owner.join();
+    // What was queued behind the block found the engine released.
     std::lock_guard lock(delegate->mutex);
     EXPECT_TRUE(delegate->failures.empty());
 }

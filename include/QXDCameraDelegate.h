@@ -9,9 +9,15 @@ class QXDCamera;
 /// Receives the camera engine's events. Every method is optional (empty by
 /// default). Frames arrive on the engine's video-data queue, stills on its
 /// still-image queue and errors on the thread that ran the failing step; none
-/// of them is moved to the main thread. The image is valid for the duration
-/// of the call only in the sense that its pixels may be reused afterwards
-/// unless the receiver keeps a copy of the QImage (which keeps the pixels).
+/// of them is moved to the main thread.
+///
+/// Lifetime of the images: a frame or still is the camera's buffer wrapped
+/// without copying. Keeping a copy of the QImage keeps that buffer out of the
+/// camera's pool until the last copy is gone. The pool grows to about a
+/// second of frames to allow for this; while every buffer is kept, new frames
+/// are dropped (counted in QXDCamera::counters(), not reported here) and the
+/// preview stands still, and both resume as soon as the host lets go. A host
+/// that keeps frames for long should keep a deep copy (QImage::copy()).
 class QXDCameraDelegate {
 public:
     virtual ~QXDCameraDelegate() = default;

@@ -7,7 +7,9 @@
 //
 // Real cameras come through Qt Multimedia; without any (or with --virtual)
 // the virtual cameras stand in. Exits 0 once the still is written, 1 on a
-// camera error before that or when nothing arrives within 20 seconds.
+// camera error before that or when nothing arrives within 20 seconds (and
+// says how far it got). Prints the engine's frame and still counters at the
+// end.
 
 #include "ExampleSupport.h"
 #include "QXDCamera.h"
@@ -70,6 +72,9 @@ public:
     Probe(QString folder, int frames) : _folder(std::move(folder)), _frames(frames) {}
 
     void setCamera(const std::shared_ptr<QXDCamera>& camera) { _camera = camera; }
+    int received() const { return _received.load(); }
+    int wanted() const { return _frames; }
+    bool pictureAsked() const { return _received.load() >= _frames; }
 
     void cameraDidCaptureVideoSample(QXDCamera& /*camera*/, const QImage& image) override {
         const int count = ++_received;
@@ -134,6 +139,23 @@ private:
     std::atomic<int> _received{0};
     std::weak_ptr<QXDCamera> _camera;
 };
+
+void printCounters(const QXDCamera& camera) {
+    const QXDCameraCounters c = camera.counters();
+    print(QStringLiteral("frames: %1 delivered, %2 dropped (%3 late, %4 no free buffer, "
+                         "%5 lock refused, %6 unsupported format, %7 no image buffer)")
+              .arg(c.framesDelivered)
+              .arg(c.framesDropped())
+              .arg(c.framesDroppedLate)
+              .arg(c.framesDroppedNoBuffer)
+              .arg(c.framesDroppedLockRefused)
+              .arg(c.framesDroppedUnsupportedFormat)
+              .arg(c.framesDroppedNoImageBuffer));
+    print(QStringLiteral("stills: %1 requested, %2 completed, %3 failed")
+              .arg(c.stillsRequested)
+              .arg(c.stillsCompleted)
+              .arg(c.stillsFailed));
+}
 
 }  // namespace
 
@@ -202,11 +224,28 @@ int main(int argc, char** argv) {
         camera->setGrayscaleMode(true);
         camera->setDevicePosition(camera->devicePosition());
     }
-    QTimer::singleShot(kTimeoutMilliseconds, &app, [] {
-        print(QStringLiteral("nothing more arrived within %1 s").arg(kTimeoutMilliseconds / 1000));
+    QTimer::singleShot(kTimeoutMilliseconds, &app, [probe] {
+        const int seconds = kTimeoutMilliseconds / 1000;
+        if (probe->received() == 0) {
+            print(QStringLiteral("timed out: no frame arrived within %1 s; the camera sent "
+                                 "nothing (see the counters below)")
+                      .arg(seconds));
+        } else if (!probe->pictureAsked()) {
+            print(QStringLiteral("timed out: only %1 of the %2 frames arrived within %3 s; "
+                                 "the stream stopped or is too slow")
+                      .arg(probe->received())
+                      .arg(probe->wanted())
+                      .arg(seconds));
+        } else {
+            print(QStringLiteral("timed out: %1 frames arrived but the picture did not come "
+                                 "within %2 s")
+                      .arg(probe->received())
+                      .arg(seconds));
+        }
         QCoreApplication::exit(EXIT_FAILURE);
     });
     const int code = QGuiApplication::exec();
+    printCounters(*camera);
     // The engine stops on its session queue; stop the session here instead,
     // which returns once the camera is idle, so nothing is still streaming
     // while the application object goes away.

@@ -2,6 +2,8 @@
 
 #include "platform/foundation/NotificationCenter.h"
 
+#include <algorithm>
+
 namespace platform {
 
 Device& Device::current() {
@@ -28,17 +30,40 @@ void Device::endGeneratingDeviceOrientationNotifications() {
 
 bool Device::respondsToUserInterfaceIdiom() const {
     std::lock_guard lock(_mutex);
-    return _idiom.has_value();
+    return !_idiomSetByHost || _idiom.has_value();
 }
 
 int Device::userInterfaceIdiom() const {
     std::lock_guard lock(_mutex);
+    if (!_idiomSetByHost) {
+        return idiomForWindowSize(_windowSize);
+    }
     return _idiom.value_or(idiom::kPhone);
 }
 
 void Device::setUserInterfaceIdiom(std::optional<int> value) {
     std::lock_guard lock(_mutex);
+    _idiomSetByHost = true;
     _idiom = value;
+}
+
+void Device::resetUserInterfaceIdiom() {
+    std::lock_guard lock(_mutex);
+    _idiomSetByHost = false;
+    _idiom = idiom::kPhone;
+}
+
+void Device::setWindowSize(const QSizeF& size) {
+    std::lock_guard lock(_mutex);
+    _windowSize = size;
+}
+
+int Device::idiomForWindowSize(const QSizeF& size) {
+    constexpr double kShortestPadSide = 600.0;
+    if (!(size.width() > 0 && size.height() > 0)) {
+        return idiom::kPhone;
+    }
+    return std::min(size.width(), size.height()) >= kShortestPadSide ? idiom::kPad : idiom::kPhone;
 }
 
 Application& Application::shared() {

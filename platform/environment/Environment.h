@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QRectF>
+#include <QSizeF>
 #include <QString>
 
 #include <atomic>
@@ -65,10 +66,20 @@ public:
 
     /// Whether the device answers the idiom question at all.
     bool respondsToUserInterfaceIdiom() const;
-    /// The idiom; phone when the device does not answer.
+    /// The idiom: the host's setting when it made one, else the one that
+    /// suits the host's window (idiomForWindowSize). Phone when the device
+    /// does not answer.
     int userInterfaceIdiom() const;
-    /// nullopt makes the device one that does not answer.
+    /// The host's setting; nullopt makes the device one that does not answer.
     void setUserInterfaceIdiom(std::optional<int> idiom);
+    /// Forgets the host's setting: the idiom follows the window size again.
+    void resetUserInterfaceIdiom();
+    /// Hosts report the size of the window the component is shown in (in
+    /// points); an empty size (none reported) reads as a phone.
+    void setWindowSize(const QSizeF& size);
+    /// Pad for a window whose shorter side is at least 600 points (a tablet
+    /// or a desktop window of that size), phone otherwise.
+    static int idiomForWindowSize(const QSizeF& size);
 
 private:
     Device() = default;
@@ -76,7 +87,9 @@ private:
     std::atomic<int> _orientation{device_orientation::kPortrait};
     std::atomic<int> _generating{0};
     mutable std::mutex _mutex;
+    bool _idiomSetByHost = false;
     std::optional<int> _idiom = idiom::kPhone;
+    QSizeF _windowSize;
 };
 
 /// The application: its status-bar orientation. Thread-safe.

@@ -452,7 +452,9 @@ void Parser::addAlignments(const std::vector<QString>& views, qsizetype end) {
                                      "or a centre")
                           .arg(bit));
         }
-        if (isHorizontal(attribute) == _axis.horizontal) {
+        // A lone view has nothing to be aligned with, so the platform lets
+        // such options stand on a format of either axis.
+        if (views.size() > 1 && isHorizontal(attribute) == _axis.horizontal) {
             fail(end, _axis.horizontal
                           ? QStringLiteral("The options align the views on a horizontal edge, "
                                            "which a horizontal format cannot do")

@@ -37,7 +37,23 @@ public:
 using SpeechEngineFactory = std::function<std::shared_ptr<SpeechEngine>()>;
 
 /// The documented default: a QtSpeechEngine over the system's default
-/// text-to-speech engine. Thread-safe.
+/// text-to-speech engine, unless a ScopedSpeechEngineFactory is in place.
+/// Thread-safe.
 SpeechEngineFactory defaultSpeechEngineFactory();
+
+/// Makes defaultSpeechEngineFactory() give factory for the guard's lifetime,
+/// so synthesizers made out of the caller's reach (an alert's, say) speak
+/// with an engine of the host's or test's choosing. Guards nest; the
+/// previous factory comes back when the guard goes. Thread-safe.
+class ScopedSpeechEngineFactory {
+public:
+    explicit ScopedSpeechEngineFactory(SpeechEngineFactory factory);
+    ~ScopedSpeechEngineFactory();
+    ScopedSpeechEngineFactory(const ScopedSpeechEngineFactory&) = delete;
+    ScopedSpeechEngineFactory& operator=(const ScopedSpeechEngineFactory&) = delete;
+
+private:
+    SpeechEngineFactory _previous;
+};
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #include "platform/ui/HostBridge.h"
 
+#include "platform/environment/Environment.h"
 #include "platform/foundation/RunLoop.h"
 #include "platform/layers/Layer.h"
 #include "platform/render/LayerPainter.h"
@@ -52,6 +53,7 @@ void HostBridge::treeChanged() {
 }
 
 void HostBridge::setSize(const QSizeF& size) {
+    Device::current().setWindowSize(size);
     const QRectF frame(QPointF(0, 0), size);
     if (_window->frame() != frame) {
         _window->setFrame(frame);

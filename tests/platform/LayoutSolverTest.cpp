@@ -420,6 +420,9 @@ TEST(VisualFormat, AlignmentOptionsAndDirections) {
     EXPECT_THAT(parseVisualFormat("V:[a]-[b]", AlignAllCenterX, {}, kNames),
                 ElementsAre(spacing(kB, A::Top, R::Equal, kA, A::Bottom, 8),
                             spacing(kB, A::CenterX, R::Equal, kA, A::CenterX, 0)));
+    // A lone view has nothing to align with: the options stand on either axis.
+    EXPECT_THAT(parseVisualFormat("H:[a(==78.000000)]", AlignAllCenterX, {}, kNames),
+                ElementsAre(size("a", A::Width, R::Equal, 78)));
     EXPECT_THAT(parseVisualFormat("|-[a]-[b]", DirectionLeftToRight, {}, kNames),
                 ElementsAre(spacing(kA, A::Left, R::Equal, kSuper, A::Left, 20),
                             spacing(kB, A::Left, R::Equal, kA, A::Right, 8)));

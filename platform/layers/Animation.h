@@ -59,6 +59,12 @@ public:
     void setFillsBackwards(bool f) { _fillsBackwards = f; }
     TimingFunction timingFunction() const { return _timing; }
     void setTimingFunction(TimingFunction f) { _timing = f; }
+    /// Added under a key that holds a running animation, this one takes the
+    /// key over and the earlier one runs on unseen to its own end, where it
+    /// stops finished (the way view animation blocks combine). Otherwise the
+    /// earlier one is removed and stops unfinished.
+    bool letsEarlierFinish() const { return _letsEarlierFinish; }
+    void setLetsEarlierFinish(bool lets) { _letsEarlierFinish = lets; }
 
     /// Held strongly, as the platform does for animation delegates.
     const std::shared_ptr<AnimationDelegate>& delegate() const { return _delegate; }
@@ -89,6 +95,7 @@ private:
     bool _removedOnCompletion = true;
     bool _fillsForwards = false;
     bool _fillsBackwards = false;
+    bool _letsEarlierFinish = false;
     TimingFunction _timing = TimingFunction::Linear;
     std::shared_ptr<AnimationDelegate> _delegate;
 };

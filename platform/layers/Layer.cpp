@@ -271,6 +271,9 @@ struct Layer::Running {
     double start = 0.0;
     std::uint64_t generation = 0;
     bool stopped = false;
+    // Taken over by a later animation of the same key: no longer rendered,
+    // but it still runs to its end.
+    bool superseded = false;
     std::unique_ptr<detail::TransactionMembership> membership;
 };
 
@@ -280,7 +283,7 @@ LayerPtr Layer::create() {
     return LayerPtr(new Layer());
 }
 
-Layer::Layer() = default;
+Layer::Layer() : _madeAtCommit(detail::commitCount()) {}
 
 Layer::~Layer() {
     for (auto& entry : _animations) {
@@ -445,6 +448,11 @@ void Layer::runAction(const QString& key, const QVariant& oldRendered) {
             return;
         }
     }
+    // A layer made since the last commit has never been on screen: it takes
+    // its first values at once.
+    if (detail::commitCount() == _madeAtCommit) {
+        return;
+    }
     auto implicit = BasicAnimation::create(key);
     implicit->setFromValue(oldRendered);
     implicit->setToValue(_model.value(key));
@@ -457,7 +465,9 @@ LayerState Layer::presentationState(double time) const {
     LayerState state = _model;
     for (const auto& entry : _animations) {
         const Running& running = *entry.second;
-        applyAnimation(*running.animation, time - running.start, _model, state);
+        if (!running.superseded) {
+            applyAnimation(*running.animation, time - running.start, _model, state);
+        }
     }
     return state;
 }
@@ -487,7 +497,7 @@ void Layer::insertSublayer(const LayerPtr& layer, std::size_t index) {
     index = std::min(index, _sublayers.size());
     _sublayers.insert(_sublayers.begin() + static_cast<std::ptrdiff_t>(index), child);
     child->_superlayer = weak_from_this();
-    _needsLayout = true;
+    requestLayout();
     markChanged();
 }
 
@@ -529,7 +539,7 @@ void Layer::removeFromSuperlayer() {
     auto& siblings = super->_sublayers;
     siblings.erase(std::remove(siblings.begin(), siblings.end(), self), siblings.end());
     _superlayer.reset();
-    super->_needsLayout = true;
+    super->requestLayout();
     super->markChanged();
 }
 
@@ -598,8 +608,18 @@ bool Layer::drawsContent() const {
 }
 
 void Layer::setNeedsLayout() {
-    _needsLayout = true;
+    requestLayout();
     markChanged();
+}
+
+void Layer::requestLayout() {
+    if (_needsLayout) {
+        return;
+    }
+    _needsLayout = true;
+    if (const auto delegate = _delegate.lock()) {
+        delegate->layerNeedsLayout(*this);
+    }
 }
 
 void Layer::layoutIfNeeded() {
@@ -634,7 +654,14 @@ void Layer::startAnimation(std::shared_ptr<Animation> animation, const QString& 
     if (animation->beginTime() == 0.0) {
         animation->setBeginTime(now);
     }
-    removeAnimationForKey(key);
+    const auto earlier = std::find_if(_animations.begin(), _animations.end(),
+                                      [&key](const auto& e) { return e.first == key; });
+    if (animation->letsEarlierFinish() && !key.isEmpty() && earlier != _animations.end()) {
+        earlier->first.clear();
+        earlier->second->superseded = true;
+    } else {
+        removeAnimationForKey(key);
+    }
 
     auto running = std::make_shared<Running>();
     running->animation = animation;
@@ -745,7 +772,7 @@ void Layer::removeAllAnimations() {
 bool Layer::hasActiveAnimations(double time) const {
     return std::any_of(_animations.begin(), _animations.end(), [time](const auto& entry) {
         const Running& running = *entry.second;
-        return time <= running.start + running.animation->activeDuration();
+        return !running.superseded && time <= running.start + running.animation->activeDuration();
     });
 }
 

@@ -94,6 +94,9 @@ public:
     /// delegate draws nothing gets no backing store.
     virtual bool layerDrawsContent(const Layer& /*layer*/) const { return true; }
     virtual void layoutSublayersOfLayer(Layer& /*layer*/) {}
+    /// The layer started to need layout (setNeedsLayout, or its sublayers
+    /// changed); a view lays itself out with it.
+    virtual void layerNeedsLayout(Layer& /*layer*/) {}
 };
 
 /// A node of the layer tree: geometry, appearance, sublayers, own drawing and
@@ -103,7 +106,9 @@ public:
 /// which is the presentation state at the run loop's clock time. A change of
 /// an animatable property of a standalone layer (one without a delegate that
 /// decides) adds an implicit 0.25 s animation from the old rendered value,
-/// unless the current transaction disables actions. Main thread only.
+/// unless the current transaction disables actions or the layer was made
+/// since the last commit (Transaction::flush, or the end of the run loop
+/// turn): a layer never committed takes its values at once. Main thread only.
 class Layer : public std::enable_shared_from_this<Layer> {
 public:
     static LayerPtr create();
@@ -218,6 +223,8 @@ protected:
     void didChangeValue(const QString& keyPath, const QVariant& oldRendered);
     /// Reports a change that needs a repaint to the root of the tree.
     void markChanged();
+    /// Marks the layer as needing layout and tells its delegate.
+    void requestLayout();
     LayerState& mutableModel() { return _model; }
     virtual QString typeName() const;
 
@@ -239,6 +246,7 @@ private:
     std::vector<LayerPtr> _sublayers;
     bool _needsDisplay = false;
     bool _displayedOnce = false;
+    std::uint64_t _madeAtCommit = 0;
     bool _needsLayout = false;
     QImage _backingStore;
     std::vector<std::pair<QString, std::shared_ptr<Running>>> _animations;

@@ -59,6 +59,7 @@ struct Stack {
 };
 
 thread_local Stack stack;
+thread_local std::uint64_t commits = 0;
 
 void pushLevel(bool implicit) {
     Level level;
@@ -74,6 +75,9 @@ void pushLevel(bool implicit) {
 void popLevel() {
     const std::shared_ptr<detail::CompletionGroup> group = std::move(stack.levels.back().group);
     stack.levels.pop_back();
+    if (stack.levels.empty()) {
+        ++commits;
+    }
     group->committed = true;
     group->fireIfDone();
 }
@@ -142,6 +146,11 @@ TransactionMembership::~TransactionMembership() {
     }
 }
 
+std::uint64_t commitCount() {
+    currentLevel();
+    return commits;
+}
+
 std::unique_ptr<TransactionMembership> joinOpenTransactions() {
     if (stack.levels.empty()) {
         return nullptr;
@@ -158,6 +167,16 @@ std::unique_ptr<TransactionMembership> joinOpenTransactions() {
 
 void Transaction::begin() {
     pushLevel(false);
+}
+
+void Transaction::flush() {
+    // Only the implicit level is committed here; explicit ones commit when
+    // their owners end them, but what they hold is on screen from now on.
+    if (stack.levels.size() == 1 && stack.levels.front().implicit) {
+        popLevel();
+    } else {
+        ++commits;
+    }
 }
 
 void Transaction::commit() {

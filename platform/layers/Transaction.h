@@ -13,6 +13,9 @@ class Transaction {
 public:
     static void begin();
     static void commit();
+    /// Commits pending changes now, as rendering does: the implicit
+    /// transaction ends, and every layer made so far counts as committed.
+    static void flush();
 
     static bool disableActions();
     static void setDisableActions(bool disable);

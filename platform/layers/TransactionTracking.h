@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -25,5 +26,11 @@ private:
 
 /// Joins every transaction open on this thread; null when there is none.
 std::unique_ptr<TransactionMembership> joinOpenTransactions();
+
+/// The number of commits so far on this thread: a commit happens when the
+/// outermost transaction ends (the implicit one at the end of the run loop
+/// turn) or when the tree is rendered. Reading it opens the implicit
+/// transaction, so that what is made now is committed by the next commit.
+std::uint64_t commitCount();
 
 }  // namespace platform::detail

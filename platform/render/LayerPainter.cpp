@@ -1,6 +1,7 @@
 #include "platform/render/LayerPainter.h"
 
 #include "platform/foundation/RunLoop.h"
+#include "platform/layers/Transaction.h"
 #include "platform/render/BackdropLayer.h"
 #include "platform/render/PolylineStroke.h"
 
@@ -165,6 +166,8 @@ QRectF LayerPainter::contentsRect(const QRectF& bounds, const QSizeF& content,
 }
 
 void LayerPainter::paint(QPainter& painter, Layer& root, double time) {
+    // What is painted has been committed: from now on its changes animate.
+    Transaction::flush();
     paintLayer(painter, root, time);
 }
 

@@ -137,6 +137,9 @@ std::shared_ptr<Animation> ViewAnimationBlock::actionFor(Layer& /*layer*/, const
         animation->setBeginTime(RunLoop::main().now() + p.delay);
         animation->setFillsBackwards(true);
     }
+    // A block that changes a property already animating joins the running
+    // animation instead of cancelling it: the earlier block still completes.
+    animation->setLetsEarlierFinish(true);
     ++frame.state->pending;
     animation->setDelegate(std::make_shared<BlockAnimationDelegate>(frame.state));
     return animation;

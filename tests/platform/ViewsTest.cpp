@@ -260,7 +260,8 @@ TEST_F(ViewsTest, BlockAnimationsCompleteWithFinishedFlags) {
     platform::RunLoop::main().advance(0.2);
     ASSERT_EQ(results, std::vector<bool>{true});
 
-    // A second animation of the same property interrupts the first.
+    // A second block animating the same property joins the first: the view
+    // heads for the new place from where it is, and both blocks finish.
     results.clear();
     View::animate(
         1.0,
@@ -269,16 +270,35 @@ TEST_F(ViewsTest, BlockAnimationsCompleteWithFinishedFlags) {
         },
         [&](bool finished) { results.push_back(finished); });
     platform::RunLoop::main().advance(0.1);
+    const QPointF reached = view->layer()->presentationState().position;
     View::animate(
         0.2,
         [&] {
             view->setCenter({10, 10});
         },
         [&](bool finished) { results.push_back(finished); });
-    platform::RunLoop::main().advance(1.5);
-    ASSERT_EQ(results.size(), 2u);
-    EXPECT_FALSE(results[0]) << "interrupted";
-    EXPECT_TRUE(results[1]);
+    EXPECT_EQ(view->layer()->presentationState().position, reached) << "no jump";
+    platform::RunLoop::main().advance(0.25);
+    EXPECT_EQ(view->layer()->presentationState().position, QPointF(10, 10));
+    EXPECT_EQ(results, std::vector<bool>{true});
+    platform::RunLoop::main().advance(0.5);
+    EXPECT_EQ(view->layer()->presentationState().position, QPointF(10, 10))
+        << "the earlier block runs on unseen";
+    platform::RunLoop::main().advance(0.5);
+    EXPECT_EQ(results, (std::vector<bool>{true, true})) << "the earlier one ends finished";
+
+    // Removing a block's animations explicitly interrupts it.
+    results.clear();
+    View::animate(
+        1.0,
+        [&] {
+            view->setCenter({50, 50});
+        },
+        [&](bool finished) { results.push_back(finished); });
+    platform::RunLoop::main().advance(0.1);
+    view->layer()->removeAllAnimations();
+    platform::RunLoop::main().runPending();
+    EXPECT_EQ(results, std::vector<bool>{false});
 
     // A block that changes nothing still completes, on the next turn.
     results.clear();

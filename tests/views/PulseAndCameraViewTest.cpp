@@ -4,6 +4,9 @@
 #include "platform/layers/Layer.h"
 #include "platform/layers/Transaction.h"
 #include "platform/ui/VisualEffectView.h"
+#include "platform/ui/Window.h"
+
+#include <QImage>
 
 #include <gtest/gtest.h>
 
@@ -83,6 +86,34 @@ TEST_F(PulseAnimationViewTest, ASecondStartNeitherAddsLayersNorRestarts) {
     EXPECT_EQ(pulse->layer()->sublayers().size(), 2u);
     RunLoop::main().advance(0.25);
     EXPECT_NEAR(ringScale(), 0.75, 1e-9);
+}
+
+TEST_F(PulseAnimationViewTest, StartedOnScreenTheRingAndDotAppearCentredWithAWhiteDot) {
+    // The busy indicator as the capture screen shows it: a window that has
+    // already been painted, then the pulse starts.
+    const auto window = platform::Window::create(QRectF(0, 0, 200, 200));
+    window->makeKeyAndVisible();
+    pulse->setFrame(QRectF(50, 50, 100, 100));
+    window->addSubview(pulse);
+    window->snapshot();
+    RunLoop::main().advance(0.5);
+
+    pulse->startAnimation();
+    const QImage first = window->snapshot();
+    first.save(QStringLiteral("pulse-first-frame.png"));
+    EXPECT_EQ(pulse->animationLayer()->presentationState().position, QPointF(50, 50));
+    EXPECT_EQ(pulse->circleLayer()->presentationState().position, QPointF(50, 50));
+    EXPECT_EQ(first.pixelColor(100, 100), QColor(Qt::white)) << "the dot, white at once";
+    EXPECT_EQ(first.pixelColor(52, 52), QColor(Qt::black)) << "nothing at the view's corner";
+
+    // Half a pulse on, the ring has grown to half its radius round the dot.
+    RunLoop::main().advance(0.5);
+    const QImage half = window->snapshot();
+    half.save(QStringLiteral("pulse-half-way.png"));
+    EXPECT_GT(qGray(half.pixel(120, 100)), 12) << "ring right of the centre";
+    EXPECT_GT(qGray(half.pixel(80, 100)), 12) << "ring left of the centre";
+    EXPECT_GT(qGray(half.pixel(100, 80)), 12) << "ring above the centre";
+    EXPECT_EQ(half.pixelColor(110, 100), QColor(Qt::black)) << "between the dot and the ring";
 }
 
 class QXDCameraViewTest : public ::testing::Test {

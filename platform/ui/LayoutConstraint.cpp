@@ -2,6 +2,7 @@
 
 #include "platform/foundation/Log.h"
 #include "platform/layout/VisualFormat.h"
+#include "platform/ui/LayoutEngine.h"
 #include "platform/ui/View.h"
 
 #include <algorithm>
@@ -49,7 +50,9 @@ void LayoutConstraint::setConstant(double constant) {
     }
     _constant = constant;
     if (auto view = owner()) {
-        view->setNeedsUpdateConstraints();
+        // The next layout pass updates the solver's constant in place.
+        LayoutEngine::noteConstantChange(*view, *this);
+        view->setNeedsLayout();
     }
 }
 
@@ -65,6 +68,7 @@ void LayoutConstraint::setPriority(float priority) {
     }
     _priority = priority;
     if (auto view = owner()) {
+        LayoutEngine::noteStructureChange(*view);
         view->setNeedsUpdateConstraints();
     }
 }

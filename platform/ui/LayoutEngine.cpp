@@ -7,107 +7,285 @@
 #include "platform/ui/ViewController.h"
 #include "platform/ui/Window.h"
 
-#include <functional>
-#include <memory>
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <unordered_map>
 #include <vector>
 
 namespace platform {
-namespace {
 
 namespace lo = platform::layout;
 
-// While frames are written from a solution, those changes must not mark the
-// solution stale again.
-thread_local bool tlsApplying = false;
-// The engine of the pass in progress, so that layoutSubviews can read it,
-// and the root it lays out.
-thread_local LayoutEngine* tlsCurrent = nullptr;
-thread_local const View* tlsCurrentRoot = nullptr;
+namespace {
 
-struct ViewVariables {
-    lo::Variable left;
-    lo::Variable top;
-    lo::Variable width;
-    lo::Variable height;
-};
+// Layout passes started from inside one (a layoutSubviews that lays out a
+// subview) nest at most this deep; a pass re-runs at most this often when
+// its own frame writes changed what the solver knows.
+constexpr int kMaxNesting = 8;
+constexpr int kMaxRounds = 4;
+constexpr double kTolerance = 1e-9;
 
-class SystemBuilder {
-public:
-    explicit SystemBuilder(View& root) : _root(root) {}
+thread_local int tlsDepth = 0;
 
-    void build() {
-        collect(_root);
-        for (const auto& [view, constraint] : _constraints) {
-            add(*constraint);
-        }
-        for (View* view : _constrained) {
-            addIntrinsicSize(*view);
-            addStay(*view);
+bool near(const QRectF& a, const QRectF& b) {
+    return std::abs(a.x() - b.x()) < kTolerance && std::abs(a.y() - b.y()) < kTolerance &&
+           std::abs(a.width() - b.width()) < kTolerance &&
+           std::abs(a.height() - b.height()) < kTolerance;
+}
+
+View& rootOf(View& view) {
+    View* root = &view;
+    while (auto parent = root->superview()) {
+        root = parent.get();
+    }
+    return *root;
+}
+
+}  // namespace
+
+struct LayoutEngine::State {
+    struct Variables {
+        lo::Variable left;
+        lo::Variable top;
+        lo::Variable width;
+        lo::Variable height;
+    };
+
+    // A view that takes part: its variables, where it is placed relative to
+    // its superview (required pins for views that translate their masks and
+    // for the root, weakest stays for constrained views), its intrinsic-size
+    // constraints, and its solution relative to its superview.
+    struct ViewEntry {
+        std::weak_ptr<View> view;
+        const View* parent = nullptr;
+        Variables vars;
+        bool pinned = false;
+        std::vector<lo::Constraint> placement;
+        std::vector<lo::Constraint> sizeBounds;
+        QRectF placedAt;
+        std::vector<lo::Constraint> intrinsic;
+        QSizeF intrinsicSize{kNoIntrinsicMetric, kNoIntrinsicMetric};
+        float priorities[4] = {0, 0, 0, 0};
+        QRectF solved;
+        bool solvedOnce = false;
+        bool pending = false;
+        bool seen = false;
+    };
+
+    struct ConstraintEntry {
+        std::weak_ptr<LayoutConstraint> source;
+        lo::Constraint constraint;
+        double constant = 0.0;
+        float priority = 0.0f;
+        bool seen = false;
+    };
+
+    lo::Solver solver;
+    std::unordered_map<const View*, ViewEntry> views;
+    std::unordered_map<const LayoutConstraint*, ConstraintEntry> constraints;
+    bool structureChanged = true;
+    std::vector<std::weak_ptr<LayoutConstraint>> constants;
+    std::vector<std::weak_ptr<View>> placements;
+    std::vector<std::weak_ptr<View>> intrinsics;
+    const View* root = nullptr;
+
+    bool dirty() const {
+        return structureChanged || !constants.empty() || !placements.empty() || !intrinsics.empty();
+    }
+
+    // --- solver access ---------------------------------------------------------
+
+    lo::Constraint addAt(const lo::Constraint& constraint, float priority,
+                         const QString& description) {
+        const lo::Constraint prioritised(constraint, lo::Strength(priority));
+        try {
+            solver.addConstraint(prioritised);
+            return prioritised;
+        } catch (const lo::UnsatisfiableConstraint&) {
+            log::write(QStringLiteral("Unable to simultaneously satisfy constraints; breaking %1")
+                           .arg(description.isEmpty() ? constraint.toString() : description));
+            const lo::Constraint relaxed(constraint, lo::Strength(999.0));
+            solver.addConstraint(relaxed);
+            return relaxed;
         }
     }
 
-    void solve() { _solver.updateVariables(); }
-
-    std::unordered_map<const View*, QRectF> solution() const {
-        std::unordered_map<const View*, QRectF> result;
-        for (const auto& [view, vars] : _variables) {
-            result[view] = QRectF(vars.left.value(), vars.top.value(), vars.width.value(),
-                                  vars.height.value());
+    void remove(const lo::Constraint& constraint) {
+        if (solver.hasConstraint(constraint)) {
+            solver.removeConstraint(constraint);
         }
-        return result;
     }
 
-    bool empty() const { return _constraints.empty() && _constrained.empty(); }
-
-private:
-    void collect(View& view) {
-        if (!view.translatesAutoresizingMaskIntoConstraints() && &view != &_root) {
-            _constrained.push_back(&view);
+    void updateConstant(const lo::Constraint& constraint, double constant,
+                        const QString& description) {
+        try {
+            solver.updateConstant(constraint, constant);
+        } catch (const lo::LayoutError& error) {
+            log::write(QStringLiteral("Unable to change the constant of %1: %2")
+                           .arg(description, QString::fromUtf8(error.what())));
         }
-        for (const LayoutConstraintPtr& c : view.constraints()) {
-            auto first = c->firstItem();
-            auto second = c->secondItem();
-            if (first && first->isDescendantOfView(&_root) &&
-                (!second || second->isDescendantOfView(&_root))) {
-                _constraints.emplace_back(&view, c);
+    }
+
+    // --- views -------------------------------------------------------------------
+
+    ViewEntry* find(const View& view) {
+        auto it = views.find(&view);
+        if (it == views.end() || it->second.view.lock().get() != &view) {
+            return nullptr;
+        }
+        return &it->second;
+    }
+
+    static QRectF placementOf(const View& view, bool isRoot) {
+        if (isRoot) {
+            return QRectF(QPointF(0, 0), view.bounds().size());
+        }
+        return view.frame();
+    }
+
+    // The constraints placing entry at rect relative to its superview.
+    std::vector<lo::Constraint> placementConstraints(const ViewEntry& entry,
+                                                     const ViewEntry* parent) {
+        const Variables& v = entry.vars;
+        lo::Expression left(v.left);
+        lo::Expression top(v.top);
+        if (parent != nullptr) {
+            left = left - lo::Expression(parent->vars.left);
+            top = top - lo::Expression(parent->vars.top);
+        }
+        const QRectF& r = entry.placedAt;
+        return {left == r.x(), top == r.y(), lo::Expression(v.width) == r.width(),
+                lo::Expression(v.height) == r.height()};
+    }
+
+    void place(ViewEntry& entry, View& view, ViewEntry* parent) {
+        for (const lo::Constraint& c : entry.placement) {
+            remove(c);
+        }
+        entry.placement.clear();
+        entry.parent = parent != nullptr ? view.superview().get() : nullptr;
+        entry.pinned = parent == nullptr || view.translatesAutoresizingMaskIntoConstraints();
+        entry.placedAt = placementOf(view, parent == nullptr);
+        for (const lo::Constraint& c : placementConstraints(entry, parent)) {
+            // A constrained view stays where it is only when nothing else
+            // says where it goes.
+            entry.placement.push_back(addAt(c, entry.pinned ? 1000.0f : 1.0f, {}));
+        }
+    }
+
+    // Moves the pins of a view that translates its mask to its current
+    // frame, or the stays of a constrained view to its last solution (so that
+    // a view whose constraints went away stays where it was laid out, not
+    // where a hand-set frame put it).
+    void repin(ViewEntry& entry, View& view) {
+        const bool isRoot = entry.parent == nullptr;
+        if (!entry.pinned && !entry.solvedOnce) {
+            return;
+        }
+        const QRectF now = entry.pinned ? placementOf(view, isRoot) : entry.solved;
+        if (entry.placement.size() != 4 || now == entry.placedAt) {
+            return;
+        }
+        const double before[4] = {entry.placedAt.x(), entry.placedAt.y(), entry.placedAt.width(),
+                                  entry.placedAt.height()};
+        const double after[4] = {now.x(), now.y(), now.width(), now.height()};
+        entry.placedAt = now;
+        for (int i = 0; i < 4; ++i) {
+            if (before[i] != after[i]) {
+                // The pins read `attribute - value == 0`.
+                updateConstant(entry.placement[static_cast<std::size_t>(i)], -after[i],
+                               view.typeName());
             }
         }
-        for (const ViewPtr& s : view.subviews()) {
-            collect(*s);
+    }
+
+    void constrainIntrinsicSize(ViewEntry& entry, View& view) {
+        const bool constrained = !entry.pinned;
+        const QSizeF size = constrained ? view.intrinsicContentSize()
+                                        : QSizeF(kNoIntrinsicMetric, kNoIntrinsicMetric);
+        const float priorities[4] = {
+            view.contentHuggingPriority(LayoutAxis::Horizontal),
+            view.contentCompressionResistancePriority(LayoutAxis::Horizontal),
+            view.contentHuggingPriority(LayoutAxis::Vertical),
+            view.contentCompressionResistancePriority(LayoutAxis::Vertical)};
+        if (size == entry.intrinsicSize &&
+            std::equal(std::begin(priorities), std::end(priorities), entry.priorities)) {
+            return;
+        }
+        for (const lo::Constraint& c : entry.intrinsic) {
+            remove(c);
+        }
+        entry.intrinsic.clear();
+        entry.intrinsicSize = size;
+        std::copy(std::begin(priorities), std::end(priorities), entry.priorities);
+        const Variables& v = entry.vars;
+        if (size.width() >= 0) {
+            entry.intrinsic.push_back(
+                addAt(lo::Expression(v.width) <= size.width(), priorities[0], {}));
+            entry.intrinsic.push_back(
+                addAt(lo::Expression(v.width) >= size.width(), priorities[1], {}));
+        }
+        if (size.height() >= 0) {
+            entry.intrinsic.push_back(
+                addAt(lo::Expression(v.height) <= size.height(), priorities[2], {}));
+            entry.intrinsic.push_back(
+                addAt(lo::Expression(v.height) >= size.height(), priorities[3], {}));
         }
     }
 
-    // The variables of a view, made on first use. Views that are not laid
-    // out by constraints are pinned to their current frames, and so is the
-    // root to its bounds.
-    ViewVariables& variablesOf(View& view) {
-        auto it = _variables.find(&view);
-        if (it != _variables.end()) {
-            return it->second;
-        }
-        const QString name = view.typeName();
-        ViewVariables vars{lo::Variable(name + QStringLiteral(".left")),
+    // The entry of a view of the tree, made (with its superview's) on first use.
+    ViewEntry& ensure(View& view) {
+        const bool isRoot = &view == root;
+        ViewPtr superview = isRoot ? nullptr : view.superview();
+        ViewEntry* parent = superview ? &ensure(*superview) : nullptr;
+        ViewEntry* entry = find(view);
+        if (entry == nullptr) {
+            views.erase(&view);
+            entry = &views[&view];
+            entry->view = view.weak_from_this();
+            const QString name = view.typeName();
+            entry->vars = {lo::Variable(name + QStringLiteral(".left")),
                            lo::Variable(name + QStringLiteral(".top")),
                            lo::Variable(name + QStringLiteral(".width")),
                            lo::Variable(name + QStringLiteral(".height"))};
-        auto& stored = _variables.emplace(&view, vars).first->second;
-        const bool pinned = &view == &_root || view.translatesAutoresizingMaskIntoConstraints();
-        if (pinned) {
-            const QRectF rect = &view == &_root ? QRectF(QPointF(0, 0), view.bounds().size())
-                                                : view.convertRectToView(view.bounds(), &_root);
-            addRequired(lo::Expression(stored.left) == rect.x());
-            addRequired(lo::Expression(stored.top) == rect.y());
-            addRequired(lo::Expression(stored.width) == rect.width());
-            addRequired(lo::Expression(stored.height) == rect.height());
-        } else {
-            addRequired(lo::Expression(stored.width) >= 0.0);
-            addRequired(lo::Expression(stored.height) >= 0.0);
+            entry->sizeBounds = {addAt(lo::Expression(entry->vars.width) >= 0.0, 1000.0f, {}),
+                                 addAt(lo::Expression(entry->vars.height) >= 0.0, 1000.0f, {})};
+            place(*entry, view, parent);
+        } else if (!entry->seen) {
+            const bool pinned = isRoot || view.translatesAutoresizingMaskIntoConstraints();
+            if (entry->parent != superview.get() || entry->pinned != pinned) {
+                place(*entry, view, parent);
+            } else {
+                repin(*entry, view);
+            }
         }
-        return stored;
+        if (!entry->seen) {
+            entry->seen = true;
+            constrainIntrinsicSize(*entry, view);
+        }
+        return *entry;
     }
 
+    void forget(ViewEntry& entry) {
+        for (const lo::Constraint& c : entry.placement) {
+            remove(c);
+        }
+        for (const lo::Constraint& c : entry.intrinsic) {
+            remove(c);
+        }
+        for (const lo::Constraint& c : entry.sizeBounds) {
+            remove(c);
+        }
+        entry.placement.clear();
+        entry.intrinsic.clear();
+        entry.sizeBounds.clear();
+    }
+
+    // --- constraints --------------------------------------------------------------
+
     lo::Expression attribute(View& view, LayoutAttribute attribute) {
-        ViewVariables& v = variablesOf(view);
+        const Variables& v = ensure(view).vars;
         switch (attribute) {
             case LayoutAttribute::Left:
             case LayoutAttribute::Leading:
@@ -133,10 +311,12 @@ private:
         return lo::Expression(0.0);
     }
 
-    void add(const LayoutConstraint& c) {
+    // The solver's form of a constraint between two views of the tree. Its
+    // expression reads `first - (second × multiplier + constant)`.
+    std::optional<lo::Constraint> translate(const LayoutConstraint& c) {
         auto first = c.firstItem();
         if (!first || c.firstAttribute() == LayoutAttribute::NotAnAttribute) {
-            return;
+            return std::nullopt;
         }
         const lo::Expression lhs = attribute(*first, c.firstAttribute());
         lo::Expression rhs(c.constant());
@@ -144,81 +324,214 @@ private:
             second && c.secondAttribute() != LayoutAttribute::NotAnAttribute) {
             rhs = attribute(*second, c.secondAttribute()) * c.multiplier() + c.constant();
         }
-        lo::Constraint constraint = c.relation() == LayoutRelation::Equal             ? lhs == rhs
-                                    : c.relation() == LayoutRelation::LessThanOrEqual ? lhs <= rhs
-                                                                                      : lhs >= rhs;
-        addAt(constraint, c.priority(), c.description());
+        return c.relation() == LayoutRelation::Equal             ? lhs == rhs
+               : c.relation() == LayoutRelation::LessThanOrEqual ? lhs <= rhs
+                                                                 : lhs >= rhs;
     }
 
-    void addIntrinsicSize(View& view) {
-        const QSizeF intrinsic = view.intrinsicContentSize();
-        ViewVariables& v = variablesOf(view);
-        if (intrinsic.width() >= 0) {
-            addAt(lo::Expression(v.width) <= intrinsic.width(),
-                  view.contentHuggingPriority(LayoutAxis::Horizontal), {});
-            addAt(lo::Expression(v.width) >= intrinsic.width(),
-                  view.contentCompressionResistancePriority(LayoutAxis::Horizontal), {});
+    void include(const LayoutConstraintPtr& c) {
+        auto it = constraints.find(c.get());
+        if (it != constraints.end() && it->second.source.lock() == c) {
+            ConstraintEntry& entry = it->second;
+            entry.seen = true;
+            if (entry.priority != c->priority()) {
+                remove(entry.constraint);
+                constraints.erase(it);
+            } else {
+                if (entry.constant != c->constant()) {
+                    entry.constant = c->constant();
+                    updateConstant(entry.constraint, -entry.constant, c->description());
+                }
+                return;
+            }
+        } else if (it != constraints.end()) {
+            remove(it->second.constraint);
+            constraints.erase(it);
         }
-        if (intrinsic.height() >= 0) {
-            addAt(lo::Expression(v.height) <= intrinsic.height(),
-                  view.contentHuggingPriority(LayoutAxis::Vertical), {});
-            addAt(lo::Expression(v.height) >= intrinsic.height(),
-                  view.contentCompressionResistancePriority(LayoutAxis::Vertical), {});
+        const auto translated = translate(*c);
+        if (!translated) {
+            return;
+        }
+        ConstraintEntry entry{c, addAt(*translated, c->priority(), c->description()), c->constant(),
+                              c->priority(), true};
+        constraints.emplace(c.get(), std::move(entry));
+    }
+
+    // --- passes -------------------------------------------------------------------
+
+    void rebuild(View& top) {
+        for (auto& [view, entry] : views) {
+            entry.seen = false;
+        }
+        for (auto& [key, entry] : constraints) {
+            entry.seen = false;
+        }
+        std::vector<LayoutConstraintPtr> held;
+        collect(top, top, held);
+        for (const LayoutConstraintPtr& c : held) {
+            include(c);
+        }
+        for (auto it = constraints.begin(); it != constraints.end();) {
+            if (!it->second.seen) {
+                remove(it->second.constraint);
+                it = constraints.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        for (auto it = views.begin(); it != views.end();) {
+            if (!it->second.seen) {
+                forget(it->second);
+                it = views.erase(it);
+            } else {
+                ++it;
+            }
         }
     }
 
-    // Keeps an underconstrained view where it is rather than at an
-    // arbitrary place, at the weakest priority.
-    void addStay(View& view) {
-        ViewVariables& v = variablesOf(view);
-        const QRectF rect = view.convertRectToView(view.bounds(), &_root);
-        addAt(lo::Expression(v.left) == rect.x(), 1.0f, {});
-        addAt(lo::Expression(v.top) == rect.y(), 1.0f, {});
-        addAt(lo::Expression(v.width) == rect.width(), 1.0f, {});
-        addAt(lo::Expression(v.height) == rect.height(), 1.0f, {});
-    }
-
-    void addRequired(const lo::Constraint& constraint) { addAt(constraint, 1000.0f, {}); }
-
-    void addAt(const lo::Constraint& constraint, float priority, const QString& description) {
-        const lo::Constraint prioritised(constraint, lo::Strength(priority));
-        try {
-            _solver.addConstraint(prioritised);
-        } catch (const lo::UnsatisfiableConstraint&) {
-            log::write(QStringLiteral("Unable to simultaneously satisfy constraints; breaking %1")
-                           .arg(description.isEmpty() ? constraint.toString() : description));
-            _solver.addConstraint(lo::Constraint(constraint, lo::Strength(999.0)));
-        } catch (const lo::LayoutError& error) {
-            log::write(QStringLiteral("Layout: %1").arg(QString::fromUtf8(error.what())));
+    void collect(View& view, View& top, std::vector<LayoutConstraintPtr>& held) {
+        if (&view != &top && !view.translatesAutoresizingMaskIntoConstraints()) {
+            ensure(view);
+        }
+        for (const LayoutConstraintPtr& c : view.constraints()) {
+            auto first = c->firstItem();
+            auto second = c->secondItem();
+            if (first && first->isDescendantOfView(&top) &&
+                (!second || second->isDescendantOfView(&top))) {
+                held.push_back(c);
+            }
+        }
+        for (const ViewPtr& s : view.subviews()) {
+            collect(*s, top, held);
         }
     }
 
-    View& _root;
-    lo::Solver _solver;
-    std::vector<std::pair<View*, LayoutConstraintPtr>> _constraints;
-    std::vector<View*> _constrained;
-    std::unordered_map<const View*, ViewVariables> _variables;
+    void applyNotes() {
+        for (const auto& weak : placements) {
+            if (auto view = weak.lock()) {
+                if (ViewEntry* entry = find(*view); entry != nullptr && entry->pinned) {
+                    repin(*entry, *view);
+                }
+            }
+        }
+        for (const auto& weak : intrinsics) {
+            if (auto view = weak.lock()) {
+                if (ViewEntry* entry = find(*view)) {
+                    constrainIntrinsicSize(*entry, *view);
+                }
+            }
+        }
+        for (const auto& weak : constants) {
+            auto c = weak.lock();
+            if (!c) {
+                continue;
+            }
+            auto it = constraints.find(c.get());
+            if (it != constraints.end() && it->second.source.lock() == c &&
+                it->second.constant != c->constant()) {
+                it->second.constant = c->constant();
+                updateConstant(it->second.constraint, -it->second.constant, c->description());
+            }
+        }
+    }
+
+    // Reads the solution; a view whose place relative to its superview moved
+    // gets written by its superview's next layoutSubviews.
+    void readSolution() {
+        solver.updateVariables();
+        for (auto& [key, entry] : views) {
+            const Variables& v = entry.vars;
+            QRectF rect(v.left.value(), v.top.value(), v.width.value(), v.height.value());
+            if (entry.parent != nullptr) {
+                if (const ViewEntry* parent = find(*entry.parent)) {
+                    rect.translate(-parent->vars.left.value(), -parent->vars.top.value());
+                }
+            }
+            if (entry.solvedOnce && near(rect, entry.solved)) {
+                continue;
+            }
+            entry.solved = rect;
+            entry.solvedOnce = true;
+            if (entry.pinned) {
+                continue;
+            }
+            entry.pending = true;
+            if (auto view = entry.view.lock()) {
+                if (auto superview = view->superview()) {
+                    superview->setNeedsLayout();
+                }
+            }
+        }
+    }
 };
 
-View& rootOf(View& view) {
-    View* root = &view;
-    while (auto parent = root->superview()) {
-        root = parent.get();
-    }
-    return *root;
+LayoutEngine::LayoutEngine() : _state(std::make_unique<State>()) {}
+
+LayoutEngine::~LayoutEngine() = default;
+
+bool LayoutEngine::needsSolve() const {
+    return _state->dirty();
 }
 
-void markAllNeedLayout(View& view) {
-    view.setNeedsLayout();
-    for (const ViewPtr& s : view.subviews()) {
-        markAllNeedLayout(*s);
+const QRectF* LayoutEngine::solvedRect(const View& view) const {
+    const State::ViewEntry* entry = _state->find(view);
+    return entry == nullptr || !entry->solvedOnce ? nullptr : &entry->solved;
+}
+
+LayoutEngine* LayoutEngine::engineOf(View& view) {
+    View& root = rootOf(view);
+    if (auto* window = dynamic_cast<Window*>(&root)) {
+        return &window->layoutEngine();
+    }
+    return root._rootLayoutEngine.get();
+}
+
+void LayoutEngine::noteStructureChange(View& view) {
+    if (LayoutEngine* engine = engineOf(view)) {
+        engine->_state->structureChanged = true;
     }
 }
 
-}  // namespace
+void LayoutEngine::noteConstantChange(View& owner, const LayoutConstraint& constraint) {
+    if (LayoutEngine* engine = engineOf(owner)) {
+        engine->_state->constants.push_back(
+            std::const_pointer_cast<LayoutConstraint>(constraint.shared_from_this()));
+    }
+}
+
+void LayoutEngine::notePlacementChange(View& view) {
+    if (LayoutEngine* engine = engineOf(view)) {
+        engine->_state->placements.push_back(view.weak_from_this());
+    }
+}
+
+void LayoutEngine::noteIntrinsicChange(View& view) {
+    if (LayoutEngine* engine = engineOf(view)) {
+        engine->_state->intrinsics.push_back(view.weak_from_this());
+    }
+}
+
+void LayoutEngine::sync(View& root) {
+    if (_state->root != &root) {
+        // A new root: start from nothing.
+        _state = std::make_unique<State>();
+        _state->root = &root;
+    }
+    State& state = *_state;
+    if (state.structureChanged) {
+        state.rebuild(root);
+    } else {
+        state.applyNotes();
+    }
+    state.structureChanged = false;
+    state.constants.clear();
+    state.placements.clear();
+    state.intrinsics.clear();
+    state.readSolution();
+}
 
 void LayoutEngine::layoutTree(View& view) {
-    if (view.needsLayout()) {
+    if (view._needsLayout) {
         view._needsLayout = false;
         if (auto controller = view.viewController()) {
             controller->runLayoutPass([&] { view.layoutSubviews(); });
@@ -227,85 +540,77 @@ void LayoutEngine::layoutTree(View& view) {
         }
         view.layer()->layoutIfNeeded();
     }
+    if (!view._subtreeNeedsLayout) {
+        return;
+    }
+    view._subtreeNeedsLayout = false;
     // Copy: layoutSubviews may change the subviews.
     const std::vector<ViewPtr> subviews = view.subviews();
     for (const ViewPtr& s : subviews) {
-        layoutTree(*s);
+        if (s->_needsLayout || s->_subtreeNeedsLayout) {
+            layoutTree(*s);
+        }
     }
-}
-
-void LayoutEngine::noteChange(View& view) {
-    if (tlsApplying) {
-        return;
-    }
-    if (auto window = view.window()) {
-        window->layoutEngine().setNeedsSolve();
-    }
-}
-
-const QRectF* LayoutEngine::solvedRect(const View& view) const {
-    auto it = _solution.find(&view);
-    return it == _solution.end() ? nullptr : &it->second;
-}
-
-void LayoutEngine::solve(View& root) {
-    SystemBuilder builder(root);
-    builder.build();
-    builder.solve();
-    _solution = builder.solution();
-    _needsSolve = false;
 }
 
 void LayoutEngine::layout(View& root) {
-    root.updateConstraintsIfNeeded();
-    auto* window = dynamic_cast<Window*>(&root);
-    LayoutEngine detached;
-    // A tree without a window is solved afresh on every pass, except for a
-    // pass started from inside one of its own (a layoutSubviews that lays out
-    // a subview): that one keeps the outer pass's solution instead of
-    // solving, and re-entering, forever.
-    const bool nested = tlsCurrent != nullptr && tlsCurrentRoot == &root;
-    LayoutEngine& engine = window != nullptr ? window->layoutEngine()
-                           : nested          ? *tlsCurrent
-                                             : detached;
-    if (engine._needsSolve) {
-        engine.solve(root);
-        markAllNeedLayout(root);
+    if (tlsDepth >= kMaxNesting) {
+        return;
     }
-    LayoutEngine* previous = tlsCurrent;
-    const View* previousRoot = tlsCurrentRoot;
-    tlsCurrent = &engine;
-    tlsCurrentRoot = &root;
-    layoutTree(root);
-    tlsCurrent = previous;
-    tlsCurrentRoot = previousRoot;
+    LayoutEngine* engine = nullptr;
+    if (auto* window = dynamic_cast<Window*>(&root)) {
+        engine = &window->layoutEngine();
+    } else {
+        if (!root._rootLayoutEngine) {
+            root._rootLayoutEngine = std::make_unique<LayoutEngine>();
+        }
+        engine = root._rootLayoutEngine.get();
+    }
+    ++tlsDepth;
+    // A pass whose frame writes changed what the solver knows (a translated
+    // subview resized with its superview) runs again, a few times at most.
+    for (int round = 0; round < kMaxRounds; ++round) {
+        if (root._subtreeNeedsUpdateConstraints || root._needsUpdateConstraints) {
+            root.updateConstraintsIfNeeded();
+        }
+        if (engine->_state->dirty() || engine->_state->root != &root) {
+            engine->sync(root);
+        }
+        if (!root._needsLayout && !root._subtreeNeedsLayout) {
+            break;
+        }
+        layoutTree(root);
+        if (!engine->_state->dirty() && !root._needsLayout && !root._subtreeNeedsLayout) {
+            break;
+        }
+    }
+    --tlsDepth;
 }
 
 void LayoutEngine::applyFrames(View& view) {
-    if (tlsCurrent == nullptr) {
+    LayoutEngine* engine = engineOf(view);
+    if (engine == nullptr) {
         return;
     }
-    View& root = rootOf(view);
-    const bool wasApplying = tlsApplying;
-    tlsApplying = true;
+    State& state = *engine->_state;
     for (const ViewPtr& s : view.subviews()) {
         if (s->translatesAutoresizingMaskIntoConstraints()) {
             continue;
         }
-        const QRectF* solved = tlsCurrent->solvedRect(*s);
-        if (solved == nullptr) {
+        State::ViewEntry* entry = state.find(*s);
+        if (entry == nullptr || !entry->pending || entry->parent != &view) {
             continue;
         }
-        const QPointF centre = view.convertPointFromView(solved->center(), &root);
+        entry->pending = false;
+        const QRectF& solved = entry->solved;
         const QRectF bounds = s->bounds();
-        if (bounds.size() != solved->size()) {
-            s->setBounds(QRectF(bounds.topLeft(), solved->size()));
+        if (bounds.size() != solved.size()) {
+            s->setBounds(QRectF(bounds.topLeft(), solved.size()));
         }
-        if (s->center() != centre) {
-            s->setCenter(centre);
+        if (s->center() != solved.center()) {
+            s->setCenter(solved.center());
         }
     }
-    tlsApplying = wasApplying;
 }
 
 }  // namespace platform

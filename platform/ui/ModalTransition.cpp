@@ -109,12 +109,14 @@ void ModalTransition::present(ViewController& presenter,
         if (takesOver) {
             contextView->removeFromSuperview();
         }
-        for (const auto& controller : controllersIn(*presented->_view)) {
-            controller->releaseAppearance();
-        }
+        // The transition is over before anyone hears of the appearance, so
+        // that viewDidAppear may present in turn.
         presented->_beingPresented = false;
         if (const auto c = weakContext.lock()) {
             c->_transitioning = false;
+        }
+        for (const auto& controller : controllersIn(*presented->_view)) {
+            controller->releaseAppearance();
         }
         if (completion) {
             completion();
@@ -205,11 +207,6 @@ void ModalTransition::dismiss(ViewController& requester, bool animated,
         for (const ViewPtr& view : leaving) {
             view->removeFromSuperview();
         }
-        if (returns) {
-            for (const auto& controller : controllersIn(*contextView)) {
-                controller->releaseAppearance();
-            }
-        }
         context->_presented.reset();
         for (const auto& c : chain) {
             c->_presented.reset();
@@ -217,6 +214,13 @@ void ModalTransition::dismiss(ViewController& requester, bool animated,
             c->_beingDismissed = false;
         }
         context->_transitioning = false;
+        // The screen underneath appears once the dismissal is over, so that
+        // its viewDidAppear may present again.
+        if (returns) {
+            for (const auto& controller : controllersIn(*contextView)) {
+                controller->releaseAppearance();
+            }
+        }
         if (completion) {
             completion();
         }

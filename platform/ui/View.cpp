@@ -117,7 +117,7 @@ QRectF View::frame() const {
 void View::setFrame(const QRectF& frame) {
     const QSizeF oldSize = bounds().size();
     _layer->setFrame(frame);
-    LayoutEngine::noteChange(*this);
+    notePlacementChange();
     if (bounds().size() != oldSize) {
         setNeedsLayout();
         if (_autoresizesSubviews) {
@@ -134,6 +134,14 @@ void View::setFrame(const QRectF& frame) {
     }
 }
 
+void View::notePlacementChange() {
+    // The solver knows where views that translate their masks are; a frame
+    // set by hand on a constrained view stays until its constraints move it.
+    if (_translatesMask || _superview.expired()) {
+        LayoutEngine::notePlacementChange(*this);
+    }
+}
+
 QRectF View::bounds() const {
     return _layer->bounds();
 }
@@ -144,7 +152,7 @@ void View::setBounds(const QRectF& bounds) {
         return;
     }
     _layer->setBounds(bounds);
-    LayoutEngine::noteChange(*this);
+    notePlacementChange();
     if (old.size() != bounds.size()) {
         setNeedsLayout();
         if (_autoresizesSubviews) {
@@ -164,7 +172,7 @@ QPointF View::center() const {
 
 void View::setCenter(const QPointF& center) {
     _layer->setPosition(center);
-    LayoutEngine::noteChange(*this);
+    notePlacementChange();
 }
 
 QTransform View::transform() const {
@@ -246,6 +254,8 @@ void View::insertSubview(const ViewPtr& view, std::size_t index) {
         _layer->addSublayer(view->layer());
     }
     view->_superview = weak_from_this();
+    // No longer the root of its own tree.
+    view->_rootLayoutEngine.reset();
     if (!sameParent) {
         const auto oldWindow = view->_window.lock();
         view->_window = _window;
@@ -264,9 +274,13 @@ void View::insertSubview(const ViewPtr& view, std::size_t index) {
         view->didMoveToSuperview();
     }
     setNeedsLayout();
-    if (auto host = window()) {
-        host->layoutEngine().setNeedsSolve();
+    if (view->_needsLayout || view->_subtreeNeedsLayout) {
+        markSubtreeNeedsLayout();
     }
+    if (view->_needsUpdateConstraints || view->_subtreeNeedsUpdateConstraints) {
+        markSubtreeNeedsUpdateConstraints();
+    }
+    LayoutEngine::noteStructureChange(*this);
 }
 
 void View::insertSubviewAbove(const ViewPtr& view, const View* sibling) {
@@ -317,10 +331,8 @@ void View::detachFromSuperview(const std::shared_ptr<Window>& nextWindow) {
         });
     }
     _superview.reset();
+    LayoutEngine::noteStructureChange(*parent);
     const auto oldWindow = _window.lock();
-    if (oldWindow) {
-        oldWindow->layoutEngine().setNeedsSolve();
-    }
     if (oldWindow != nextWindow) {
         std::function<void(View&)> detach = [&](View& v) {
             v._window.reset();
@@ -406,7 +418,11 @@ void View::setAutoresizingMask(unsigned mask) {
 }
 
 void View::setTranslatesAutoresizingMaskIntoConstraints(bool translates) {
+    if (_translatesMask == translates) {
+        return;
+    }
     _translatesMask = translates;
+    LayoutEngine::noteStructureChange(*this);
     setNeedsUpdateConstraints();
 }
 
@@ -420,6 +436,7 @@ void View::addConstraint(const LayoutConstraintPtr& constraint) {
     }
     constraint->_owner = weak_from_this();
     _constraints.push_back(constraint);
+    LayoutEngine::noteStructureChange(*this);
     setNeedsUpdateConstraints();
 }
 
@@ -436,6 +453,7 @@ void View::removeConstraint(const LayoutConstraintPtr& constraint) {
     }
     (*it)->_owner.reset();
     _constraints.erase(it);
+    LayoutEngine::noteStructureChange(*this);
     setNeedsUpdateConstraints();
 }
 
@@ -447,20 +465,39 @@ void View::removeConstraints(const std::vector<LayoutConstraintPtr>& constraints
 
 void View::setNeedsUpdateConstraints() {
     _needsUpdateConstraints = true;
-    LayoutEngine::noteChange(*this);
+    if (auto parent = superview()) {
+        parent->markSubtreeNeedsUpdateConstraints();
+    }
     setNeedsLayout();
 }
 
+void View::markSubtreeNeedsUpdateConstraints() {
+    for (View* v = this; v != nullptr && !v->_subtreeNeedsUpdateConstraints;
+         v = v->superview().get()) {
+        v->_subtreeNeedsUpdateConstraints = true;
+    }
+}
+
+void View::markSubtreeNeedsLayout() {
+    for (View* v = this; v != nullptr && !v->_subtreeNeedsLayout; v = v->superview().get()) {
+        v->_subtreeNeedsLayout = true;
+    }
+}
+
 void View::updateConstraintsIfNeeded() {
-    std::function<void(View&)> update = [&](View& v) {
-        for (const ViewPtr& s : v._subviews) {
-            update(*s);
+    // Subviews first, and only the subtrees that asked.
+    if (_subtreeNeedsUpdateConstraints) {
+        _subtreeNeedsUpdateConstraints = false;
+        const std::vector<ViewPtr> subviews = _subviews;
+        for (const ViewPtr& s : subviews) {
+            if (s->_needsUpdateConstraints || s->_subtreeNeedsUpdateConstraints) {
+                s->updateConstraintsIfNeeded();
+            }
         }
-        if (v._needsUpdateConstraints) {
-            v.updateConstraints();
-        }
-    };
-    update(*this);
+    }
+    if (_needsUpdateConstraints) {
+        updateConstraints();
+    }
 }
 
 void View::updateConstraints() {
@@ -472,6 +509,7 @@ QSizeF View::intrinsicContentSize() const {
 }
 
 void View::invalidateIntrinsicContentSize() {
+    LayoutEngine::noteIntrinsicChange(*this);
     setNeedsUpdateConstraints();
 }
 
@@ -481,6 +519,7 @@ float View::contentHuggingPriority(LayoutAxis axis) const {
 
 void View::setContentHuggingPriority(float priority, LayoutAxis axis) {
     _hugging[int(axis)] = priority;
+    LayoutEngine::noteIntrinsicChange(*this);
     setNeedsUpdateConstraints();
 }
 
@@ -490,6 +529,7 @@ float View::contentCompressionResistancePriority(LayoutAxis axis) const {
 
 void View::setContentCompressionResistancePriority(float priority, LayoutAxis axis) {
     _compression[int(axis)] = priority;
+    LayoutEngine::noteIntrinsicChange(*this);
     setNeedsUpdateConstraints();
 }
 
@@ -500,6 +540,9 @@ void View::setNeedsLayout() {
         return;
     }
     _needsLayout = true;
+    if (auto parent = superview()) {
+        parent->markSubtreeNeedsLayout();
+    }
     _layer->setNeedsLayout();
 }
 
@@ -546,6 +589,11 @@ void View::drawLayer(Layer& /*layer*/, QPainter& context) {
 }
 
 void View::layoutSublayersOfLayer(Layer& /*layer*/) {}
+
+void View::layerNeedsLayout(Layer& /*layer*/) {
+    // Sublayers added to the view's layer are placed by layoutSubviews.
+    setNeedsLayout();
+}
 
 bool View::layerDrawsContent(const Layer& /*layer*/) const {
     return drawsContent();

@@ -20,6 +20,7 @@ class QPainter;
 namespace platform {
 
 class GestureRecognizer;
+class LayoutEngine;
 class ViewController;
 class Window;
 
@@ -263,6 +264,7 @@ public:
                                                              const QString& key) override;
     void drawLayer(Layer& layer, QPainter& context) override;
     void layoutSublayersOfLayer(Layer& layer) override;
+    void layerNeedsLayout(Layer& layer) override;
     bool layerDrawsContent(const Layer& layer) const override;
 
 protected:
@@ -285,6 +287,10 @@ private:
     // Takes the view out of its superview on its way into nextWindow's
     // tree: the window change is only reported when the window changes.
     void detachFromSuperview(const std::shared_ptr<Window>& nextWindow);
+    void notePlacementChange();
+    // Marks this view and its ancestors as having a descendant to visit.
+    void markSubtreeNeedsLayout();
+    void markSubtreeNeedsUpdateConstraints();
 
     // Implementation state lives here; see View.cpp.
     LayerPtr _layer;
@@ -301,6 +307,13 @@ private:
     bool _translatesMask = true;
     bool _needsUpdateConstraints = false;
     bool _needsLayout = true;
+    // A descendant needs layout or a constraint update: passes only visit
+    // the subtrees that do.
+    bool _subtreeNeedsLayout = false;
+    bool _subtreeNeedsUpdateConstraints = false;
+    // The engine of the tree while this view is its root (windows keep
+    // their own).
+    std::unique_ptr<LayoutEngine> _rootLayoutEngine;
     bool _userInteractionEnabled = true;
     bool _multipleTouchEnabled = false;
     bool _accessibilityElement = false;

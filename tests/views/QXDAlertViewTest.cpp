@@ -9,6 +9,8 @@
 #include "tests/common/FrameworkLog.h"
 #include "views/UIView+NSLayoutContraint.h"
 
+#include <QImage>
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -135,6 +137,65 @@ TEST_F(QXDAlertViewTest, SlidesIntoPlaceThenFadesItsContentIn) {
     RunLoop::main().advance(0.2);
     EXPECT_EQ(alert->contentView()->alpha(), 1.0);
     EXPECT_EQ(alert->contentView()->layer()->presentationState().opacity, 1.0);
+}
+
+TEST_F(QXDAlertViewTest, PaintedEveryFrameItSlidesBackToTheInitialFrame) {
+    // A live window lays out before every paint; a hand-set frame animating
+    // back must survive those passes.
+    host->setBackgroundColor(Qt::white);
+    const auto alert = makeAlert();
+    ASSERT_NE(alert, nullptr);
+    alert->showInView(host);
+    for (int frame = 0; frame < 10; ++frame) {
+        window->snapshot();
+        RunLoop::main().advance(0.1);
+    }
+    const QRectF shown = alert->frame();
+    const QPoint inShownPlace = shown.center().toPoint();
+    const QImage showing = window->snapshot();
+    showing.save(QStringLiteral("alert-shown.png"));
+    EXPECT_LT(qGray(showing.pixel(inShownPlace)), 100) << "the dark banner is up";
+
+    alert->hide();
+    window->snapshot();
+    RunLoop::main().advance(0.15);
+    const QImage sliding = window->snapshot();
+    sliding.save(QStringLiteral("alert-sliding-back.png"));
+    const QRectF mid = alert->layer()->presentationState().frame();
+    EXPECT_LT(mid.y(), shown.y() - 40) << "half way up to the initial view";
+    EXPECT_GT(mid.y(), initial->frame().y() + 40);
+    EXPECT_GT(qGray(sliding.pixel(inShownPlace)), 240) << "the banner has left its place";
+
+    RunLoop::main().advance(0.14);
+    const QImage ending = window->snapshot();
+    ending.save(QStringLiteral("alert-slid-back.png"));
+    EXPECT_NEAR(alert->layer()->presentationState().frame().y(), initial->frame().y(), 2.0);
+    EXPECT_EQ(ending.pixelColor(inShownPlace), QColor(Qt::white));
+
+    RunLoop::main().advance(0.01);
+    window->snapshot();
+    EXPECT_EQ(alert->superview(), nullptr);
+    EXPECT_EQ(alert->frame(), initial->frame());
+}
+
+TEST_F(QXDAlertViewTest, AHideRightAfterTheShowStillFadesTheContentInThenOut) {
+    const auto alert = makeAlert();
+    ASSERT_NE(alert, nullptr);
+    alert->showInView(host);
+    RunLoop::main().advance(0.1);
+    alert->hide();
+
+    RunLoop::main().advance(0.2);
+    EXPECT_EQ(alert->contentView()->alpha(), 1.0) << "the slide-in finished, so the fade began";
+    RunLoop::main().advance(0.05);
+    const double content = alert->contentView()->layer()->presentationState().opacity;
+    EXPECT_GT(content, 0.0);
+    EXPECT_LT(content, 1.0);
+    EXPECT_GT(alert->layer()->presentationState().opacity, 0.0) << "still fading out";
+
+    RunLoop::main().advance(0.1);
+    EXPECT_EQ(alert->superview(), nullptr) << "the hide still ends the alert";
+    EXPECT_EQ(alert->alpha(), 0.0);
 }
 
 TEST_F(QXDAlertViewTest, ALongMessageScrollsInHalfTheHostHeight) {

@@ -105,9 +105,10 @@ void QXDManualEditController::rotateImageView(bool clockwise) {
         // Whether or not the animation ran to its end, the turn is baked in.
         [self, clockwise](bool /*finished*/) {
             self->imageView()->setTransform(platform::affine::makeRotation(0));
-            if (auto turned = drawQuarterTurn(*self->_modifiedImage, clockwise)) {
-                self->_modifiedImage = std::move(turned);
-            }
+            // A missing image turns into a missing image; an empty one gives
+            // no context to draw into, and so no image either.
+            self->_modifiedImage =
+                self->_modifiedImage ? drawQuarterTurn(*self->_modifiedImage, clockwise) : nullptr;
             self->imageView()->setImage(self->_modifiedImage);
             self->toggleButtons(true);
         });

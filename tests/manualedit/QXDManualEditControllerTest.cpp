@@ -1,6 +1,7 @@
 #include "QXDCameraCore.h"
 #include "QXDManualEditController.h"
 #include "platform/foundation/Bundle.h"
+#include "platform/foundation/Log.h"
 #include "platform/foundation/RunLoop.h"
 #include "platform/ui/AlertController.h"
 #include "platform/ui/Button.h"
@@ -211,6 +212,35 @@ TEST_F(QXDManualEditControllerTest, ConfirmAndCancelReachTheDelegate) {
                      "manual edit confirm button tapped", "manual edit cancel button tapped"}));
 }
 
+TEST_F(QXDManualEditControllerTest, AMissingOrAnEmptyImageSurvivesTurnsConfirmAndCancel) {
+    const platform::ImagePtr empty =
+        std::make_shared<platform::Image>(QImage(), 1.0, platform::ImageOrientation::Up);
+    for (const platform::ImagePtr& given : {platform::ImagePtr(), empty}) {
+        SCOPED_TRACE(given ? "empty image" : "no image");
+        delegate = std::make_shared<RecordingDelegate>();
+        image = given;
+        const auto controller = show();
+        tap(controller->confirmButton());
+        turn(*controller, true);
+        EXPECT_EQ(controller->modifiedImage(), nullptr) << "no context, so no image";
+        EXPECT_TRUE(controller->rotateLeftButton()->isEnabled()) << "the turn still ends";
+        turn(*controller, false);
+        tap(controller->confirmButton());
+        tap(controller->cancelButton());
+        ASSERT_EQ(delegate->confirmed.size(), 2u);
+        EXPECT_EQ(delegate->confirmed[0], given) << "what it was given, before any turn";
+        EXPECT_EQ(delegate->confirmed[1], nullptr);
+        EXPECT_EQ(delegate->cancels, 1);
+        EXPECT_EQ(controller->originalImage(), given);
+
+        // The screen still draws: black where the image would be, controls below.
+        const QImage screen = window->snapshot();
+        screen.save(given ? QStringLiteral("edit-empty-image.png")
+                          : QStringLiteral("edit-no-image.png"));
+        EXPECT_EQ(screen.pixelColor(160, 200), QColor(Qt::black));
+    }
+}
+
 TEST_F(QXDManualEditControllerTest, TheHelpAlertShowsAtEveryAppearance) {
     const QString help = QStringLiteral("Turn the page upright, then confirm.");
     const auto controller = show(help);
@@ -240,6 +270,29 @@ TEST_F(QXDManualEditControllerTest, TheHelpAlertShowsAtEveryAppearance) {
     EXPECT_NE(
         std::dynamic_pointer_cast<platform::AlertController>(controller->presentedViewController()),
         nullptr);
+}
+
+TEST_F(QXDManualEditControllerTest, TheHelpComesBackWhenAModalOverTheScreenIsDismissed) {
+    const auto controller = show(QStringLiteral("Turn the page upright."));
+    RunLoop::main().advance(1.0);
+    controller->dismissViewControllerAnimated(false);
+    RunLoop::main().advance(1.0);
+    ASSERT_EQ(controller->presentedViewController(), nullptr);
+
+    // The host shows a full-screen screen of its own over the editor, then
+    // takes it away again: the editor reappears and shows its help.
+    QStringList lines;
+    platform::log::ScopedSink sink([&](const QString& line) { lines << line; });
+    const auto modal = platform::ViewController::create();
+    controller->presentViewController(modal, true);
+    RunLoop::main().advance(1.0);
+    ASSERT_EQ(controller->presentedViewController(), modal);
+    controller->dismissViewControllerAnimated(true);
+    RunLoop::main().advance(1.0);
+    EXPECT_NE(
+        std::dynamic_pointer_cast<platform::AlertController>(controller->presentedViewController()),
+        nullptr);
+    EXPECT_EQ(lines.filter(QStringLiteral("in progress")), QStringList());
 }
 
 TEST_F(QXDManualEditControllerTest, WithoutHelpThereIsNoAlertAndAnInertHelpButton) {

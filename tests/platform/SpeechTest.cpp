@@ -163,6 +163,24 @@ TEST_F(SpeechTest, WithoutAnEngineUtterancesFinishSilentlyAndTheLogSaysSoOnce) {
     }
 }
 
+// Opening the audio service can warn on machines without one, so a
+// synthesizer that never speaks never makes its engine.
+TEST_F(SpeechTest, TheEngineIsMadeOnTheFirstUtteranceOnly) {
+    int made = 0;
+    auto lazy = SpeechSynthesizer::create([&made] {
+        ++made;
+        return std::make_shared<RecordingSpeechEngine>();
+    });
+    lazy->setDelegate(std::make_shared<Journal>());
+    lazy->stopSpeaking();
+    runLoop();
+    EXPECT_EQ(made, 0);
+    lazy->speakUtterance(Utterance::utteranceWithString(QStringLiteral("A")));
+    lazy->speakUtterance(Utterance::utteranceWithString(QStringLiteral("B")));
+    runLoop();
+    EXPECT_EQ(made, 1);
+}
+
 TEST_F(SpeechTest, AnEngineFailureFinishesTheUtteranceAndIsLoggedOnce) {
     std::vector<QString> lines;
     platform::log::ScopedSink sink([&lines](const QString& line) { lines.push_back(line); });

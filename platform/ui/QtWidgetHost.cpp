@@ -83,6 +83,7 @@ void QtWidgetHost::resizeEvent(QResizeEvent* /*event*/) {
 
 void QtWidgetHost::showEvent(QShowEvent* /*event*/) {
     syncSize();
+    _accessibility.hostShown();
     followTopLevelScreen();
     if (!hostedWindow()->isVisible()) {
         hostedWindow()->makeKeyAndVisible();

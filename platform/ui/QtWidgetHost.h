@@ -20,7 +20,9 @@ class Window;
 /// mouse and touch input, with the environment following the screen of the
 /// widget's top-level window. Showing it makes the window key and visible.
 /// Main thread only; needs a QApplication.
-class QtWidgetHost : public QWidget {
+class QtWidgetHost : public QWidget, public AccessibleHost {
+    Q_OBJECT
+
 public:
     explicit QtWidgetHost(std::shared_ptr<Window> window, QWidget* parent = nullptr);
     ~QtWidgetHost() override;
@@ -28,6 +30,7 @@ public:
     const std::shared_ptr<Window>& hostedWindow() const { return _bridge.window(); }
     /// The tree as the widget paints it, at the widget's device pixel ratio.
     QImage renderImage();
+    HostAccessibility& hostAccessibility() override { return _accessibility; }
     QSize sizeHint() const override;
 
 protected:

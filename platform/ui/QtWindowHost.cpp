@@ -43,6 +43,7 @@ void QtWindowHost::resizeEvent(QResizeEvent* /*event*/) {
 
 void QtWindowHost::showEvent(QShowEvent* /*event*/) {
     syncSize();
+    _accessibility.hostShown();
     if (!hostedWindow()->isVisible()) {
         hostedWindow()->makeKeyAndVisible();
     }

@@ -18,7 +18,9 @@ class Window;
 /// and while animations run, and fed its mouse and touch input; the
 /// environment follows its screen. Showing the host makes the window key
 /// and visible. Main thread only.
-class QtWindowHost : public QRasterWindow {
+class QtWindowHost : public QRasterWindow, public AccessibleHost {
+    Q_OBJECT
+
 public:
     explicit QtWindowHost(std::shared_ptr<platform::Window> window, QWindow* parent = nullptr);
     ~QtWindowHost() override;
@@ -26,6 +28,7 @@ public:
     const std::shared_ptr<platform::Window>& hostedWindow() const { return _bridge.window(); }
     /// The tree as the host paints it, at the host's device pixel ratio.
     QImage renderImage();
+    HostAccessibility& hostAccessibility() override { return _accessibility; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -31,24 +31,28 @@ namespace qxdtest {
 class RecordingHost : public QXDCameraCaptureControllerDelegate {
 public:
     struct Event {
-        platform::ImagePtr image;
+        platform::ImagePtr image;  ///< stills only: a kept frame would hold a camera buffer
         platform::ErrorPtr error;
         QString queue;
+        QSize pixelSize;
+        double scale = 0.0;
     };
 
     void captureControllerDidReceiveFrame(QXDCameraController& /*controller*/,
                                           const platform::ImagePtr& frame) override {
-        record(frames, {frame, nullptr, platform::DispatchQueue::currentLabel()});
+        record(frames, {nullptr, nullptr, platform::DispatchQueue::currentLabel(),
+                        frame ? frame->cgImage().size() : QSize(), frame ? frame->scale() : 0.0});
         frameArrived.signal();
     }
     void captureControllerDidFailWithError(QXDCameraController& /*controller*/,
                                            const platform::ErrorPtr& error) override {
-        record(errors, {nullptr, error, platform::DispatchQueue::currentLabel()});
+        record(errors, {nullptr, error, platform::DispatchQueue::currentLabel(), {}, 0.0});
     }
     void captureControllerDidCancel(QXDCameraController& /*controller*/) override { ++cancels; }
     void cameraDidCaptureStillImage(QXDCameraController& /*controller*/,
                                     const platform::ImagePtr& image) override {
-        record(stills, {image, nullptr, platform::DispatchQueue::currentLabel()});
+        record(stills, {image, nullptr, platform::DispatchQueue::currentLabel(),
+                        image ? image->cgImage().size() : QSize(), image ? image->scale() : 0.0});
         stillArrived.signal();
     }
     void captureControllerShouldOpenHelpController(QXDCameraController& /*controller*/) override {

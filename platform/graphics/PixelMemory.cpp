@@ -1,5 +1,7 @@
 #include "platform/graphics/PixelMemory.h"
 
+#include <sys/mman.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -32,6 +34,22 @@ QImage wrapPixels(const void* data, int width, int height, qsizetype bytesPerRow
 }
 
 std::shared_ptr<unsigned char> allocatePixels(std::size_t bytes) {
+    // Frames and stills are megabytes each and are freed on other threads than
+    // the ones that made them. From the heap, such blocks stay with the
+    // allocator's per-thread arenas after they are freed, so a process that
+    // makes and drops cameras grows without bound; mapped directly, they go
+    // back to the system when the last user lets go. Mapped memory is zeroed
+    // and page-aligned.
+    constexpr std::size_t kMapFrom = 1 << 20;
+    if (bytes >= kMapFrom) {
+        void* mapped =
+            mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (mapped == MAP_FAILED) {
+            throw std::bad_alloc();
+        }
+        return {static_cast<unsigned char*>(mapped),
+                [bytes](unsigned char* p) { munmap(p, bytes); }};
+    }
     constexpr std::size_t kAlignment = 64;
     const std::size_t rounded = (bytes + kAlignment - 1) / kAlignment * kAlignment;
     void* memory = std::aligned_alloc(kAlignment, rounded == 0 ? kAlignment : rounded);

@@ -17,7 +17,8 @@ QImage wrapPixels(const void* data, int width, int height, qsizetype bytesPerRow
                   QImage::Format format, std::shared_ptr<const void> owner);
 
 /// A block of zeroed pixel memory aligned for vector loads, for contexts that
-/// own their pixels.
+/// own their pixels. Blocks of a megabyte or more are mapped from the system
+/// and given back to it when freed.
 std::shared_ptr<unsigned char> allocatePixels(std::size_t bytes);
 
 }  // namespace platform

@@ -9,9 +9,10 @@
 //       asks for a picture, releases the engine at once and returns from
 //       main: must end cleanly every time.
 //   qxd-camera-stress --cycles n
-//       n create/stream/destroy cycles at 1080p with a 12 MP still every
-//       fourth cycle; prints the resident memory after 10 and after n cycles
-//       and fails when it grew by more than half.
+//       n create/stream/destroy cycles at 1080p (grey or colour, switched or
+//       not, kept frames, a 12 MP still in one cycle of four, often still in
+//       flight at the release); prints the resident memory after 10 and
+//       after n cycles and fails when it grew by more than half.
 //
 // Exits 0 on success, 1 on a failure it can see (a hang is caught by the
 // caller's time limit).
@@ -106,26 +107,39 @@ int runStillAtExit() {
     return EXIT_SUCCESS;
 }
 
-int runCycles(int cycles) {
+int runCycles(int cycles, unsigned seed) {
+    std::mt19937 random(seed);
+    const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
     auto host = std::make_shared<Host>();
     long after10 = 0;
     for (int cycle = 1; cycle <= cycles; ++cycle) {
         auto camera = makeEngine(host, platform::device_position::kBack);
+        camera->setGrayscaleMode(pick(3) == 0);
         camera->start();
-        for (int i = 0; i < 3; ++i) {
+        if (!host->frame.waitFor(kWait)) {
+            std::fprintf(stderr, "cycle %d: no frame\n", cycle);
+            return EXIT_FAILURE;
+        }
+        if (pick(3) == 0) {
+            // Switching rebuilds the outputs, in grey when asked for.
+            camera->setDevicePosition(platform::device_position::kBack);
+        }
+        host->keep(pick(3));
+        for (int i = 0; i < 2; ++i) {
             if (!host->frame.waitFor(kWait)) {
                 std::fprintf(stderr, "cycle %d: no frame\n", cycle);
                 return EXIT_FAILURE;
             }
         }
-        if (cycle % 4 == 0) {
-            camera->takePicture();
-            if (!host->still.waitFor(kWait)) {
+        host->letGo();
+        if (pick(4) == 0) {
+            camera->takePicture();  // 12 MP; every other one is still in flight at the end
+            if (pick(2) == 0 && !host->still.waitFor(kWait)) {
                 std::fprintf(stderr, "cycle %d: no still\n", cycle);
                 return EXIT_FAILURE;
             }
         }
-        camera.reset();
+        camera.reset();  // mid-stream
         platform::RunLoop::main().runPending();
         if (cycle == 10) {
             after10 = residentKilobytes();
@@ -232,7 +246,7 @@ int main(int argc, char** argv) {
         return runStillAtExit();
     }
     if (parser.isSet(cyclesOption)) {
-        return runCycles(parser.value(cyclesOption).toInt());
+        return runCycles(parser.value(cyclesOption).toInt(), parser.value(seedOption).toUInt());
     }
     if (parser.isSet(secondsOption)) {
         return runStress(parser.value(secondsOption).toDouble(), parser.value(seedOption).toUInt());

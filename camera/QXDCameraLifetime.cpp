@@ -156,8 +156,8 @@ void QXDCamera::armStallWatch() {
         _stallTimer->invalidate();
         _stallTimer.reset();
     }
-    if (_stallTimeout <= 0.0) {
-        return;
+    if (_stallTimeout <= 0.0 || !_captureSession) {
+        return;  // without a camera nothing streams, and nothing is lost
     }
     _framesAtLastCheck = _framesSeen.load();
     _lastProgressTime = platform::RunLoop::main().now();
@@ -200,12 +200,13 @@ void QXDCamera::checkForStall() {
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
     _captureSessionQueue->async([weakSelf] {
         auto self = live(weakSelf);
-        if (!self || !self->_running.load()) {
+        // Only a camera that streams can fall silent: not a session without
+        // an input, nor one that has already stopped.
+        if (!self || !self->_running.load() || !self->_captureSession || !self->_deviceInput ||
+            !self->_captureSession->isRunning()) {
             return;
         }
-        if (self->_captureSession) {
-            self->_captureSession->stopRunning();
-        }
+        self->_captureSession->stopRunning();
         self->reportCameraLoss(QStringLiteral("The camera stopped sending pictures."), nullptr);
     });
 }

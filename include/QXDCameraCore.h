@@ -13,8 +13,14 @@ class Bundle;
 class QXDCameraCore {
 public:
     /// The bundle that holds the framework. Made on the first call and the
-    /// same object on every later one. Thread-safe.
+    /// same object on every later one; never null (without resources it is
+    /// an empty bundle, whose look-ups give their keys and no images).
+    /// Thread-safe.
     static std::shared_ptr<platform::Bundle> bundle();
+    /// What was wrong with the resources when bundle() first looked (not
+    /// found, empty, unreadable or incomplete), in words; empty when they are
+    /// whole. The first look also writes it to the log, once.
+    static QString bundleProblem();
 
     /// Looks the framework's bundle up afresh, as the logging switch does on
     /// every call. Thread-safe.

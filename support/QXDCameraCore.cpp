@@ -1,10 +1,13 @@
 #include "QXDCameraCore.h"
 
+#include "support/BundleCheck.h"
+
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Dispatch.h"
 #include "platform/foundation/Log.h"
 #include "platform/foundation/Value.h"
 
+#include <QFileInfo>
 #include <QStringList>
 
 const QString QXDCameraErrorDomain = QStringLiteral("QXDCameraErrorDomain");
@@ -32,11 +35,47 @@ std::shared_ptr<platform::Bundle> QXDCameraCore::bundleForClass() {
                                               QStringLiteral(QXD_BUILD_RESOURCES_DIR));
 }
 
-std::shared_ptr<platform::Bundle> QXDCameraCore::bundle() {
+namespace {
+
+struct BundleState {
+    std::shared_ptr<platform::Bundle> bundle;
+    QString problem;
+};
+
+const BundleState& bundleState() {
     static platform::OnceToken once;
-    static std::shared_ptr<platform::Bundle> cached;
-    platform::runOnce(once, [] { cached = bundleForClass(); });
-    return cached;
+    static BundleState state;
+    platform::runOnce(once, [] {
+        // Said once, whatever the logging switch: without its resources the
+        // screens still work but look broken.
+        const QString named = qEnvironmentVariable("QXD_FRAMEWORK_BUNDLE");
+        if (!named.isEmpty() && !QFileInfo(named).isDir()) {
+            platform::log::write(QStringLiteral("QXDCameraController: QXD_FRAMEWORK_BUNDLE names "
+                                                "%1, which is not a folder; looking beside the "
+                                                "library instead.")
+                                     .arg(named));
+        }
+        state.bundle = QXDCameraCore::bundleForClass();
+        state.problem = support::bundleProblem(state.bundle.get());
+        if (!state.problem.isEmpty()) {
+            platform::log::write(QStringLiteral("QXDCameraController: ") + state.problem);
+        }
+        if (!state.bundle) {
+            // An empty bundle: look-ups give keys and no images, never a crash.
+            state.bundle = std::make_shared<platform::Bundle>(QString());
+        }
+    });
+    return state;
+}
+
+}  // namespace
+
+std::shared_ptr<platform::Bundle> QXDCameraCore::bundle() {
+    return bundleState().bundle;
+}
+
+QString QXDCameraCore::bundleProblem() {
+    return bundleState().problem;
 }
 
 void QXD_LOG(const QString& message) {

@@ -2,9 +2,10 @@
 // it, and writes the confirmed image.
 //
 //   qxd-manual-edit [image] [--output path] [--help-message text]
-//                   [--offscreen] [--screenshot path]
+//                   [--offscreen] [--screenshot path] [--sample-size WxH]
 //
-// Without an image it edits a test card of its own. With a display the screen
+// Without an image it edits a test card of its own (at WxH pixels with
+// --sample-size). Photos of any camera open, 48 megapixels and more. With a display the screen
 // opens in a window; confirm writes the image (default ./out/edited.png) and
 // quits, cancel quits without writing. Without a display (or with
 // --offscreen) the program drives the screen itself: it turns the image right
@@ -25,6 +26,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QImageReader>
 
 #include <cstdlib>
 #include <cstring>
@@ -36,6 +38,9 @@ using examples::printError;
 namespace {
 
 constexpr double kTurnDuration = 0.3;
+// Qt refuses to decode images over 128 MB by default; a 48 MP photo
+// (8000x6000) takes 192 MB decoded. Allow photos up to about 250 MP.
+constexpr int kImageAllocationLimitMegabytes = 1024;
 // A phone-sized window, whatever the screen.
 constexpr QSize kWindowSize(375, 667);
 
@@ -144,18 +149,45 @@ int main(int argc, char** argv) {
     const QCommandLineOption screenshotOption(
         QStringLiteral("screenshot"),
         QStringLiteral("Offscreen: also write the screen after the turn."), QStringLiteral("path"));
-    parser.addOptions({outputOption, helpMessageOption, offscreenOption, screenshotOption});
+    const QCommandLineOption sampleSizeOption(
+        QStringLiteral("sample-size"),
+        QStringLiteral("Without an image: the test card's size in pixels (600x800)."),
+        QStringLiteral("WxH"));
+    parser.addOptions(
+        {outputOption, helpMessageOption, offscreenOption, screenshotOption, sampleSizeOption});
     parser.process(app);
+    QImageReader::setAllocationLimit(kImageAllocationLimitMegabytes);
 
     platform::ImagePtr image;
     const QStringList positional = parser.positionalArguments();
     if (positional.isEmpty()) {
-        image = platform::Image::withCGImage(renderSampleCard());
-        print(QStringLiteral("editing the built-in test card"));
+        QImage card = renderSampleCard();
+        if (parser.isSet(sampleSizeOption)) {
+            const QStringList sides = parser.value(sampleSizeOption).split(u'x');
+            const int width = sides.size() == 2 ? sides[0].toInt() : 0;
+            const int height = sides.size() == 2 ? sides[1].toInt() : 0;
+            if (width <= 0 || height <= 0 || width > 20000 || height > 20000) {
+                printError(QStringLiteral("--sample-size needs WxH, each side 1 to 20000 pixels"));
+                return EXIT_FAILURE;
+            }
+            card = card.scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+        }
+        image = platform::Image::withCGImage(card);
+        print(QStringLiteral("editing the built-in test card (%1x%2)")
+                  .arg(card.width())
+                  .arg(card.height()));
     } else {
+        QImageReader reader(positional.first());
+        const QSize size = reader.size();
         image = platform::Image::withContentsOfFile(positional.first());
         if (!image) {
-            printError(QStringLiteral("cannot read %1").arg(positional.first()));
+            printError(QStringLiteral("cannot read %1: %2")
+                           .arg(positional.first(),
+                                size.isValid() ? QStringLiteral("%1x%2 pixels, not decodable (%3)")
+                                                     .arg(size.width())
+                                                     .arg(size.height())
+                                                     .arg(reader.errorString())
+                                               : reader.errorString()));
             return EXIT_FAILURE;
         }
         print(QStringLiteral("editing %1").arg(positional.first()));

@@ -219,3 +219,61 @@ TEST(VirtualCameraSource, NoMoreBuffersOutThanConfigured) {
     ASSERT_TRUE(big);
     EXPECT_EQ(big->imageBuffer()->width(), 128);
 }
+
+namespace {
+
+TEST(VirtualCameraBuffers, ThePoolGrowsToASecondOfFramesAndGivesBurstsBack) {
+    auto config = steadyCamera(VirtualCameraConfiguration::Source::Document);
+    config.maximumBuffersInFlight = 0;
+    config.frameRate = 30;
+    EXPECT_EQ(VirtualCamera::create(config)->bufferBound(), 30u);
+    config.frameRate = 2;
+    EXPECT_EQ(VirtualCamera::create(config)->bufferBound(), 4u) << "never fewer than four";
+
+    // A pool keeps only so many returned blocks; the rest go back at once.
+    PixelBufferPool::Attributes attributes;
+    attributes.width = 64;
+    attributes.height = 48;
+    attributes.maximumFreeBufferCount = 2;
+    const auto pool = PixelBufferPool::create(attributes);
+    std::vector<std::shared_ptr<PixelBuffer>> held;
+    for (int i = 0; i < 5; ++i) {
+        held.push_back(pool->createPixelBuffer());
+    }
+    EXPECT_EQ(pool->allocatedBufferCount(), 5u);
+    held.clear();
+    EXPECT_EQ(pool->freeBufferCount(), 2u);
+    EXPECT_EQ(pool->allocatedBufferCount(), 2u);
+}
+
+TEST(VirtualCameraBuffers, FramesCanComePaddedOddSizedOrCutShort) {
+    auto config = steadyCamera(VirtualCameraConfiguration::Source::Document);
+    config.failures.extraBytesPerRow = 24;
+    config.failures.oddFrameSize = true;
+    config.failures.truncatedBufferEvery = 2;
+    const auto camera = VirtualCamera::create(config);
+    const auto whole = camera->renderFrame(0, layoutIn(pixel_format::k32BGRA));
+    ASSERT_TRUE(whole);
+    const auto& buffer = *whole->imageBuffer();
+    EXPECT_EQ(buffer.width(), kFrameSize.width() - 1);
+    EXPECT_EQ(buffer.height(), kFrameSize.height() - 1);
+    EXPECT_EQ(buffer.bytesPerRow(), 256u + 24u) << "64-byte rows plus the padding";
+    {
+        const Pixels pixels(whole);
+        EXPECT_NE(pixels.bgra(buffer.width() - 1, buffer.height() - 1), QColor(0, 0, 0))
+            << "the last pixel of the last row is drawn";
+    }
+
+    const auto cut = camera->renderFrame(1, layoutIn(pixel_format::k32BGRA));
+    ASSERT_TRUE(cut);
+    EXPECT_FALSE(cut->imageBuffer()->isIntact());
+    EXPECT_EQ(cut->imageBuffer()->lockBaseAddress(kPixelBufferLockReadOnly), cv_return::kError);
+    EXPECT_EQ(cut->imageBuffer()->baseAddress(), nullptr);
+
+    // Bi-planar frames keep even sizes.
+    const auto grey = camera->renderFrame(2, layoutIn(pixel_format::k420YpCbCr8BiPlanarFullRange));
+    ASSERT_TRUE(grey);
+    EXPECT_EQ(grey->imageBuffer()->width(), kFrameSize.width());
+}
+
+}  // namespace

@@ -2,6 +2,9 @@
 #include "QXDCameraCore.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Log.h"
+#include "support/BundleCheck.h"
+
+#include <unistd.h>
 
 #include <QByteArray>
 #include <QDir>
@@ -207,3 +210,43 @@ TEST(ShippedBundle, LooksUpEnglishTitles) {
     EXPECT_EQ(table.value(QStringLiteral("button.cancel")), QStringLiteral("Cancel"));
     EXPECT_EQ(table.value(QStringLiteral("button.confirm")), QStringLiteral("Confirm"));
 }
+
+namespace {
+
+TEST(FrameworkResources, AMissingEmptyUnreadableOrIncompleteBundleIsNamedAndTheShippedOneIsWhole) {
+    const QString missing = support::bundleProblem(nullptr);
+    EXPECT_TRUE(missing.contains(QStringLiteral("were not found"))) << missing.toStdString();
+    EXPECT_TRUE(missing.contains(QStringLiteral("QXD_FRAMEWORK_BUNDLE")));
+    EXPECT_TRUE(missing.contains(QStringLiteral("string keys")));
+
+    const platform::Bundle gone(QStringLiteral("/nonexistent/qxd-resources"));
+    EXPECT_TRUE(support::bundleProblem(&gone).contains(QStringLiteral("does not exist")));
+
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const platform::Bundle empty(folder.path());
+    EXPECT_TRUE(support::bundleProblem(&empty).contains(QStringLiteral("is empty")));
+
+    QFile info(folder.filePath(QStringLiteral("Info.json")));
+    ASSERT_TRUE(info.open(QIODevice::WriteOnly));
+    info.write("{}");
+    info.close();
+    const platform::Bundle partial(folder.path());
+    EXPECT_TRUE(support::bundleProblem(&partial).endsWith(
+        QStringLiteral("it has no images, no string tables. Until it is, buttons show their "
+                       "string keys instead of their titles and have no icons.")))
+        << support::bundleProblem(&partial).toStdString();
+
+    if (::geteuid() != 0) {  // permissions do not stop the superuser
+        QFile::setPermissions(folder.path(), QFileDevice::Permissions());
+        const platform::Bundle locked(folder.path());
+        EXPECT_TRUE(support::bundleProblem(&locked).contains(QStringLiteral("cannot be read")));
+        QFile::setPermissions(folder.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                 QFileDevice::ExeOwner);
+    }
+
+    EXPECT_TRUE(support::bundleProblem(QXDCameraCore::bundle().get()).isEmpty());
+    EXPECT_TRUE(QXDCameraCore::bundleProblem().isEmpty());
+}
+
+}  // namespace

@@ -219,6 +219,10 @@ void QtCameraDriver::stopStreaming() {
     }
     // Waits for a delivery in progress, which holds its own sink reference.
     _queue->sync([] {});
+    {
+        std::lock_guard lock(_mutex);
+        _streamSize = {};
+    }
     onMain([](QtCameraDriver& driver) {
         driver._streaming = false;
         driver.stopWhenIdle();

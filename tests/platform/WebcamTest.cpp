@@ -14,6 +14,9 @@
 
 #include <QColor>
 
+#include <condition_variable>
+#include <future>
+#include <map>
 #include <mutex>
 #include <vector>
 
@@ -190,4 +193,219 @@ TEST(Webcams, TheCameraChoiceComesFromTheHostOrTheEnvironment) {
     for (const QString text : {"", "virtual", "none", "replay:/tmp/rec", "id", "back,front"}) {
         EXPECT_EQ(CameraChoice::parse(text)->toString(), text);
     }
+}
+
+namespace {
+
+// Keeps every sample a stream delivers, asking for frames in one layout. It
+// can hold the stream's queue inside a delivery, as a consumer that falls
+// behind.
+class Sink final : public CaptureStreamSink {
+public:
+    explicit Sink(FrameLayout layout) : _layout(layout) {}
+
+    FrameLayout nextFrameLayout() override { return _layout; }
+    void streamDidOutputSampleBuffer(const SampleBufferPtr& sample,
+                                     const FrameLayout& layout) override {
+        std::unique_lock lock(_mutex);
+        _samples.push_back(sample);
+        _layouts.push_back(layout);
+        _changed.notify_all();
+        _changed.wait(lock, [this] { return !_holding; });
+    }
+    void streamDidFail(const ErrorPtr&) override {}
+
+    void hold(bool holding) {
+        std::lock_guard lock(_mutex);
+        _holding = holding;
+        _changed.notify_all();
+    }
+    bool waitFor(std::size_t count) {
+        std::unique_lock lock(_mutex);
+        return _changed.wait_for(lock, std::chrono::seconds(10),
+                                 [&] { return _samples.size() >= count; });
+    }
+    std::vector<SampleBufferPtr> samples() {
+        std::lock_guard lock(_mutex);
+        return _samples;
+    }
+    FrameLayout lastLayout() {
+        std::lock_guard lock(_mutex);
+        return _layouts.back();
+    }
+
+private:
+    const FrameLayout _layout;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    bool _holding = false;
+    std::vector<SampleBufferPtr> _samples;
+    std::vector<FrameLayout> _layouts;
+};
+
+// Reads one buffer while locked.
+struct Locked {
+    explicit Locked(std::shared_ptr<PixelBuffer> b) : buffer(std::move(b)) {
+        buffer->lockBaseAddress(kPixelBufferLockReadOnly);
+    }
+    ~Locked() { buffer->unlockBaseAddress(kPixelBufferLockReadOnly); }
+    const std::uint8_t* at(int plane, int x, int y, int bytes) const {
+        return buffer->planeData(static_cast<std::size_t>(plane)) +
+               y * buffer->bytesPerRowOfPlane(static_cast<std::size_t>(plane)) + bytes * x;
+    }
+    std::shared_ptr<PixelBuffer> buffer;
+};
+
+FrameLayout portrait(std::uint32_t format, QSize sensor = {1280, 720}) {
+    return {sensor, format, video_orientation::kPortrait, false};
+}
+
+}  // namespace
+
+TEST(Webcams, EveryFormatReachesTheEngineTurnedInGreyAndInColour) {
+    // What Qt's backend hands over for a webcam: YUYV, decoded MJPEG as I420,
+    // NV12, and BGRX whose padding is zero.
+    for (const auto format : {QVideoFrameFormat::Format_YUYV, QVideoFrameFormat::Format_YUV420P,
+                              QVideoFrameFormat::Format_NV12, QVideoFrameFormat::Format_BGRX8888}) {
+        SCOPED_TRACE(qt_camera::pixelFormatName(format).toStdString());
+        auto backend = std::make_shared<fake_qt::Backend>();
+        auto state = backend->add(fake_qt::webcam("cam", "Webcam", format));
+        for (const bool grey : {true, false}) {
+            const auto driver = QtCameraDriver::create(state->description, backend);
+            auto sink = std::make_shared<Sink>(portrait(
+                grey ? pixel_format::k420YpCbCr8BiPlanarFullRange : pixel_format::k32BGRA));
+            ASSERT_EQ(driver->startStreaming(sink), nullptr);
+            ASSERT_TRUE(pumpUntil([&] { return state->active; }));
+            for (int i = 0; i < 3; ++i) {  // buffers come back to the pool
+                state->deliver(fake_qt::markedFrame(format, {1280, 720}, 1000 * i));
+                ASSERT_TRUE(sink->waitFor(i + 1u));
+            }
+            driver->stopStreaming();
+            ASSERT_TRUE(pumpUntil([&] { return !state->active; }));
+
+            const auto& buffer = sink->samples().back()->imageBuffer();
+            EXPECT_EQ(QSize(buffer->width(), buffer->height()), QSize(720, 1280));
+            EXPECT_EQ(sink->lastLayout().orientation, video_orientation::kPortrait);
+            EXPECT_EQ(sink->lastLayout().sensorSize, QSize(1280, 720));
+            const Locked pixels(buffer);
+            if (grey) {
+                ASSERT_EQ(buffer->pixelFormatType(), pixel_format::k420YpCbCr8BiPlanarFullRange);
+                EXPECT_NEAR(*pixels.at(0, 700, 20, 1), 76, 1) << "the marker, top right";
+                EXPECT_NEAR(*pixels.at(0, 20, 20, 1), 128, 1);
+                EXPECT_NEAR(*pixels.at(0, 700, 1260, 1), 128, 1);
+                const std::uint8_t* red = pixels.at(1, 350, 10, 2);
+                EXPECT_GT(red[1], 200) << "Cr of red";
+            } else {
+                ASSERT_EQ(buffer->pixelFormatType(), pixel_format::k32BGRA);
+                const std::uint8_t* red = pixels.at(0, 700, 20, 4);
+                EXPECT_GT(red[2], 200);
+                EXPECT_LT(red[0], 60);
+                bool opaque = true;
+                for (int y = 0; y < buffer->height(); y += 7) {
+                    for (int x = 0; x < buffer->width(); x += 5) {
+                        opaque = opaque && pixels.at(0, x, y, 4)[3] == 255;
+                    }
+                }
+                EXPECT_TRUE(opaque);
+            }
+        }
+    }
+}
+
+TEST(Webcams, FramesArriveInOrderAndLateOnesAreDropped) {
+    auto backend = std::make_shared<fake_qt::Backend>();
+    auto state = backend->add(fake_qt::webcam("cam", "Webcam", QVideoFrameFormat::Format_NV12));
+    const auto driver = QtCameraDriver::create(state->description, backend);
+    auto sink = std::make_shared<Sink>(FrameLayout{{1280, 720},
+                                                   pixel_format::k420YpCbCr8BiPlanarFullRange,
+                                                   video_orientation::kLandscapeRight,
+                                                   false});
+    ASSERT_EQ(driver->startStreaming(sink), nullptr);
+    ASSERT_TRUE(pumpUntil([&] { return state->active; }));
+    const auto frame = [](qint64 time) {
+        return fake_qt::markedFrame(QVideoFrameFormat::Format_NV12, {1280, 720}, time);
+    };
+    state->deliver(QVideoFrame());  // an empty frame is no frame
+    state->deliver(frame(0));
+    ASSERT_TRUE(sink->waitFor(1));
+    // While the consumer holds the queue one more frame may wait; the next is
+    // dropped rather than queued.
+    sink->hold(true);
+    state->deliver(frame(1000));
+    ASSERT_TRUE(sink->waitFor(2));
+    state->deliver(frame(2000));
+    state->deliver(frame(3000));
+    sink->hold(false);
+    ASSERT_TRUE(sink->waitFor(3));
+    driver->stopStreaming();
+
+    const auto samples = sink->samples();
+    ASSERT_EQ(samples.size(), 3u);
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        EXPECT_EQ(samples[i]->presentationTimeStamp().value, static_cast<qint64>(1000 * i));
+    }
+    // Unturned NV12 for a 420f consumer is handed on as the camera made it.
+    EXPECT_EQ(samples[0]->imageBuffer()->pixelFormatType(),
+              pixel_format::k420YpCbCr8BiPlanarFullRange);
+    EXPECT_EQ(samples[0]->imageBuffer()->width(), 1280);
+}
+
+TEST(Webcams, StillsKeepTheStreamsAspectAndAStopWaitsForTheStill) {
+    auto backend = std::make_shared<fake_qt::Backend>();
+    auto description = fake_qt::webcam("cam", "Webcam");
+    description.photoResolutions = {{2592, 1944}, {1920, 1080}, {640, 480}};
+    auto state = backend->add(description);
+    const auto driver = QtCameraDriver::create(state->description, backend);
+    auto sink = std::make_shared<Sink>(portrait(pixel_format::k32BGRA));
+    ASSERT_EQ(driver->startStreaming(sink), nullptr);
+    ASSERT_TRUE(pumpUntil([&] { return state->active; }));
+    state->deliver(fake_qt::markedFrame(QVideoFrameFormat::Format_YUYV, {1280, 720}));
+    ASSERT_TRUE(sink->waitFor(1));
+
+    // The still is taken as the still output asks, on a thread of its own,
+    // at the Photo size (4:3 here) in portrait.
+    StillRequest request;
+    request.layout = portrait(pixel_format::k32BGRA, driver->capabilities().stillImageSize);
+    const auto take = [&] {
+        return std::async(std::launch::async, [&] { return driver->captureStill(request); });
+    };
+    auto first = take();
+    ASSERT_TRUE(pumpUntil(
+        [&] { return first.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    const StillResult still = first.get();
+    ASSERT_TRUE(still.sampleBuffer)
+        << (still.error ? still.error->localizedDescription().toStdString() : "");
+    EXPECT_EQ(state->stillResolution, QSize(1920, 1080)) << "16:9 like the stream, never squashed";
+    const auto& buffer = still.sampleBuffer->imageBuffer();
+    EXPECT_EQ(QSize(buffer->width(), buffer->height()), QSize(1080, 1920));
+    {
+        const Locked pixels(buffer);
+        EXPECT_GT(pixels.at(0, 1070, 10, 4)[2], 200) << "the marker, turned to the top right";
+        EXPECT_EQ(pixels.at(0, 10, 10, 4)[2], 128);
+    }
+
+    // A stop while a still is pending leaves the camera running for the
+    // still, and stops it as soon as the still is done.
+    state->holdStills = true;
+    auto second = take();
+    ASSERT_TRUE(pumpUntil([&] { return !state->heldStills.empty(); }));
+    driver->stopStreaming();
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(state->active);
+    state->releaseStills();
+    ASSERT_TRUE(pumpUntil(
+        [&] { return second.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    EXPECT_TRUE(second.get().sampleBuffer);
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(state->active);
+
+    // A still of a stopped camera starts it for the still alone.
+    state->holdStills = false;
+    auto third = take();
+    ASSERT_TRUE(pumpUntil(
+        [&] { return third.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    EXPECT_TRUE(third.get().sampleBuffer);
+    EXPECT_EQ(state->stillResolution, QSize(2592, 1944)) << "no stream: the request's aspect";
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(state->active);
 }

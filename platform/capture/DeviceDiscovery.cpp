@@ -1,8 +1,11 @@
 #include "platform/capture/CameraChoice.h"
 #include "platform/capture/CaptureDevice.h"
+#include "platform/capture/QtCameraSource.h"
+#include "platform/capture/ReplayBackend.h"
 #include "platform/capture/VirtualCamera.h"
 #include "platform/environment/Environment.h"
 #include "platform/foundation/Dispatch.h"
+#include "platform/foundation/Log.h"
 
 #include <mutex>
 
@@ -14,6 +17,8 @@ struct DiscoveryState {
     DeviceDiscovery::Provider override;
     DeviceDiscovery::Provider hardware;
     std::vector<std::shared_ptr<CaptureDevice>> virtualCameras;
+    QString replayFolder;  // of replaySource, or of the recording that failed to load
+    std::shared_ptr<QtCameraSource> replaySource;
 };
 
 DiscoveryState& state() {
@@ -38,6 +43,37 @@ std::vector<std::shared_ptr<CaptureDevice>> virtualDevices() {
     return state().virtualCameras;
 }
 
+// The recorded camera of folder, loaded once while the choice stays.
+std::vector<std::shared_ptr<CaptureDevice>> replayDevices(const QString& folder) {
+    std::shared_ptr<QtCameraSource> source;
+    {
+        std::lock_guard lock(state().mutex);
+        if (state().replayFolder == folder) {
+            source = state().replaySource;
+            if (!source) {
+                return {};  // reported when it failed
+            }
+        }
+    }
+    if (source) {
+        return source->devices();
+    }
+    QString why;
+    auto recording = CameraRecording::load(folder, &why);
+    if (recording) {
+        source = std::make_shared<QtCameraSource>(std::make_shared<ReplayBackend>(
+            std::make_shared<const CameraRecording>(std::move(*recording))));
+    } else {
+        log::write(QStringLiteral("QXD_CAMERA: ") + why);
+    }
+    {
+        std::lock_guard lock(state().mutex);
+        state().replayFolder = folder;
+        state().replaySource = source;
+    }
+    return source ? source->refresh() : std::vector<std::shared_ptr<CaptureDevice>>{};
+}
+
 // The real cameras, unless the choice says otherwise; the virtual ones stand
 // in only without any real camera or when asked for.
 std::vector<std::shared_ptr<CaptureDevice>> defaultDevices() {
@@ -48,6 +84,7 @@ std::vector<std::shared_ptr<CaptureDevice>> defaultDevices() {
         case CameraChoice::Kind::Virtual:
             return virtualDevices();
         case CameraChoice::Kind::Replay:
+            return replayDevices(choice.replayFolder);
         case CameraChoice::Kind::Automatic:
         case CameraChoice::Kind::Camera:
             break;

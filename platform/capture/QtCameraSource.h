@@ -32,6 +32,9 @@ public:
 
     /// Thread-safe; see the class comment.
     std::vector<std::shared_ptr<CaptureDevice>> devices();
+    /// Lists the cameras now, on the calling thread: for backends that may be
+    /// asked on any thread (a replay), or on the main thread.
+    std::vector<std::shared_ptr<CaptureDevice>> refresh();
 
     /// Lists the cameras again whenever the backend reports a change of video
     /// inputs; a camera that left is disconnected. Main thread.
@@ -52,7 +55,6 @@ private:
         std::shared_ptr<CaptureDevice> device;
     };
 
-    std::vector<std::shared_ptr<CaptureDevice>> refresh();
     std::vector<std::shared_ptr<CaptureDevice>> positioned();
     void requestRefresh();
 

@@ -6,6 +6,8 @@
 // GStreamer backend lays them out. Everything above them (driver, source,
 // discovery, session, engine) is the real thing.
 
+#include "platform/capture/CaptureDeviceDriver.h"
+#include "platform/capture/PixelBuffer.h"
 #include "platform/capture/QtCameraBackend.h"
 
 #include <QCoreApplication>
@@ -15,10 +17,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 namespace fake_qt {
 
@@ -184,15 +189,18 @@ private:
 };
 
 /// A frame of size in format, grey with a red square marker of a sixth of
-/// the height in the top-left corner, laid out as Qt lays it out.
+/// the height in the top-left corner (moved right by markerX, even), laid
+/// out as Qt lays it out.
 inline QVideoFrame markedFrame(QVideoFrameFormat::PixelFormat format, QSize size,
-                               qint64 microseconds = 0) {
+                               qint64 microseconds = 0, int markerX = 0) {
     QVideoFrame frame{QVideoFrameFormat(size, format)};
     frame.map(QVideoFrame::WriteOnly);
     const int w = size.width();
     const int h = size.height();
     const int marker = h / 6;
-    const auto inMarker = [&](int x, int y) { return x < marker && y < marker; };
+    const auto inMarker = [&](int x, int y) {
+        return x >= markerX && x < markerX + marker && y < marker;
+    };
     // Red in YUV full range, and grey.
     const auto Y = [&](int x, int y) { return std::uint8_t(inMarker(x, y) ? 76 : 128); };
     const auto U = [&](int x, int y) { return std::uint8_t(inMarker(x, y) ? 85 : 128); };
@@ -246,5 +254,72 @@ inline QVideoFrame markedFrame(QVideoFrameFormat::PixelFormat format, QSize size
     frame.setStartTime(microseconds);
     return frame;
 }
+
+// Keeps every sample a stream delivers, asking for frames in one layout. It
+// can hold the stream's queue inside a delivery, as a consumer that falls
+// behind.
+class Sink final : public platform::CaptureStreamSink {
+public:
+    explicit Sink(platform::FrameLayout layout) : _layout(layout) {}
+
+    platform::FrameLayout nextFrameLayout() override { return _layout; }
+    void streamDidOutputSampleBuffer(const platform::SampleBufferPtr& sample,
+                                     const platform::FrameLayout& layout) override {
+        std::unique_lock lock(_mutex);
+        _samples.push_back(sample);
+        _layouts.push_back(layout);
+        _changed.notify_all();
+        _changed.wait(lock, [this] { return !_holding; });
+    }
+    void streamDidFail(const platform::ErrorPtr&) override {
+        std::lock_guard lock(_mutex);
+        _failed = true;
+    }
+    bool failed() {
+        std::lock_guard lock(_mutex);
+        return _failed;
+    }
+
+    void hold(bool holding) {
+        std::lock_guard lock(_mutex);
+        _holding = holding;
+        _changed.notify_all();
+    }
+    bool waitFor(std::size_t count) {
+        std::unique_lock lock(_mutex);
+        return _changed.wait_for(lock, std::chrono::seconds(10),
+                                 [&] { return _samples.size() >= count; });
+    }
+    std::vector<platform::SampleBufferPtr> samples() {
+        std::lock_guard lock(_mutex);
+        return _samples;
+    }
+    platform::FrameLayout lastLayout() {
+        std::lock_guard lock(_mutex);
+        return _layouts.back();
+    }
+
+private:
+    const platform::FrameLayout _layout;
+    bool _failed = false;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    bool _holding = false;
+    std::vector<platform::SampleBufferPtr> _samples;
+    std::vector<platform::FrameLayout> _layouts;
+};
+
+// Reads one buffer while locked.
+struct Locked {
+    explicit Locked(std::shared_ptr<platform::PixelBuffer> b) : buffer(std::move(b)) {
+        buffer->lockBaseAddress(platform::kPixelBufferLockReadOnly);
+    }
+    ~Locked() { buffer->unlockBaseAddress(platform::kPixelBufferLockReadOnly); }
+    const std::uint8_t* at(int plane, int x, int y, int bytes) const {
+        return buffer->planeData(static_cast<std::size_t>(plane)) +
+               y * buffer->bytesPerRowOfPlane(static_cast<std::size_t>(plane)) + bytes * x;
+    }
+    std::shared_ptr<platform::PixelBuffer> buffer;
+};
 
 }  // namespace fake_qt

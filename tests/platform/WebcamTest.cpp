@@ -21,7 +21,9 @@
 #include <vector>
 
 using namespace platform;
+using fake_qt::Locked;
 using fake_qt::pumpUntil;
+using fake_qt::Sink;
 
 namespace {
 
@@ -196,65 +198,6 @@ TEST(Webcams, TheCameraChoiceComesFromTheHostOrTheEnvironment) {
 }
 
 namespace {
-
-// Keeps every sample a stream delivers, asking for frames in one layout. It
-// can hold the stream's queue inside a delivery, as a consumer that falls
-// behind.
-class Sink final : public CaptureStreamSink {
-public:
-    explicit Sink(FrameLayout layout) : _layout(layout) {}
-
-    FrameLayout nextFrameLayout() override { return _layout; }
-    void streamDidOutputSampleBuffer(const SampleBufferPtr& sample,
-                                     const FrameLayout& layout) override {
-        std::unique_lock lock(_mutex);
-        _samples.push_back(sample);
-        _layouts.push_back(layout);
-        _changed.notify_all();
-        _changed.wait(lock, [this] { return !_holding; });
-    }
-    void streamDidFail(const ErrorPtr&) override {}
-
-    void hold(bool holding) {
-        std::lock_guard lock(_mutex);
-        _holding = holding;
-        _changed.notify_all();
-    }
-    bool waitFor(std::size_t count) {
-        std::unique_lock lock(_mutex);
-        return _changed.wait_for(lock, std::chrono::seconds(10),
-                                 [&] { return _samples.size() >= count; });
-    }
-    std::vector<SampleBufferPtr> samples() {
-        std::lock_guard lock(_mutex);
-        return _samples;
-    }
-    FrameLayout lastLayout() {
-        std::lock_guard lock(_mutex);
-        return _layouts.back();
-    }
-
-private:
-    const FrameLayout _layout;
-    std::mutex _mutex;
-    std::condition_variable _changed;
-    bool _holding = false;
-    std::vector<SampleBufferPtr> _samples;
-    std::vector<FrameLayout> _layouts;
-};
-
-// Reads one buffer while locked.
-struct Locked {
-    explicit Locked(std::shared_ptr<PixelBuffer> b) : buffer(std::move(b)) {
-        buffer->lockBaseAddress(kPixelBufferLockReadOnly);
-    }
-    ~Locked() { buffer->unlockBaseAddress(kPixelBufferLockReadOnly); }
-    const std::uint8_t* at(int plane, int x, int y, int bytes) const {
-        return buffer->planeData(static_cast<std::size_t>(plane)) +
-               y * buffer->bytesPerRowOfPlane(static_cast<std::size_t>(plane)) + bytes * x;
-    }
-    std::shared_ptr<PixelBuffer> buffer;
-};
 
 FrameLayout portrait(std::uint32_t format, QSize sensor = {1280, 720}) {
     return {sensor, format, video_orientation::kPortrait, false};

@@ -1,22 +1,25 @@
 // Runs the camera engine on the cameras of this machine: lists them, streams
-// live frames from one, takes a still picture and writes the first frame and
-// the still as PNG files.
+// live frames from one, waits for the picture to come into focus, takes a
+// still picture and writes the focused frame and the still as PNG files.
 //
 //   qxd-camera-probe [--virtual] [--front] [--high-resolution] [--grey]
-//                    [--frames n] [--output folder]
+//                    [--frames n] [--output folder] [--record folder]
 //
 // Real cameras come through Qt Multimedia; without any (or with --virtual)
-// the virtual cameras stand in. Exits 0 once the still is written, 1 on a
-// camera error before that or when nothing arrives within 20 seconds (and
-// says how far it got). Prints the engine's frame and still counters at the
-// end.
+// the virtual cameras stand in. QXD_CAMERA chooses the camera (see README).
+// --record writes what a real camera hands over, for QXD_CAMERA=replay:. Exits 0 once the still is
+// written, 1 on a camera error before that or when nothing arrives within 20 seconds (and says how
+// far it got). Prints the engine's frame and still counters at the end.
 
 #include "ExampleSupport.h"
 #include "QXDCamera.h"
 #include "QXDCameraDelegate.h"
+#include "platform/capture/CameraChoice.h"
+#include "platform/capture/CameraRecording.h"
 #include "platform/capture/CaptureDevice.h"
 #include "platform/capture/CaptureInput.h"
 #include "platform/capture/CaptureSession.h"
+#include "platform/capture/QtCameraDriver.h"
 #include "platform/capture/QtCameraSource.h"
 #include "platform/foundation/RunLoop.h"
 
@@ -26,6 +29,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <cmath>
 #include <cstdlib>
 #include <memory>
 
@@ -39,32 +43,52 @@ constexpr int kTimeoutMilliseconds = 20000;
 // on a 12 MP still for little gain.
 constexpr int kPngQuality = 80;
 
-QString positionName(int position) {
-    switch (position) {
-        case platform::device_position::kBack:
-            return QStringLiteral("back");
-        case platform::device_position::kFront:
-            return QStringLiteral("front");
-        default:
-            return QStringLiteral("unspecified");
-    }
-}
+// Frames without a sharper one before the focus counts as settled.
+constexpr int kFocusSettleFrames = 5;
 
 void listDevices() {
+    const auto cameras = platform::CameraSelection::list();
     const auto devices = platform::DeviceDiscovery::allDevices();
-    print(QStringLiteral("%1 camera(s):").arg(devices.size()));
-    for (const auto& device : devices) {
-        const auto& caps = device->capabilities();
-        print(QStringLiteral("  %1 \"%2\" (%3): presets %4; focus modes %5; torch %6; flash %7")
-                  .arg(device->uniqueID(), device->localizedName(),
-                       positionName(device->position()), caps.sessionPresets.join(u' '))
-                  .arg(caps.focusModes.size())
-                  .arg(caps.hasTorch ? QStringLiteral("yes") : QStringLiteral("no"),
-                       caps.hasFlash ? QStringLiteral("yes") : QStringLiteral("no")));
+    print(QStringLiteral("%1 camera(s):").arg(cameras.size()));
+    for (std::size_t i = 0; i < cameras.size(); ++i) {
+        print(QStringLiteral("  ") + platform::CameraSelection::describe(cameras[i]));
+        if (i < devices.size()) {
+            const auto& caps = devices[i]->capabilities();
+            print(QStringLiteral("    stills %1x%2; focus modes %3; torch %4; flash %5")
+                      .arg(caps.stillImageSize.width())
+                      .arg(caps.stillImageSize.height())
+                      .arg(caps.focusModes.size())
+                      .arg(caps.hasTorch ? QStringLiteral("yes") : QStringLiteral("no"),
+                           caps.hasFlash ? QStringLiteral("yes") : QStringLiteral("no")));
+        }
     }
 }
 
-// Counts frames, keeps the first, asks for a still after `frames` frames and
+// How sharp a frame is: the mean luminance step between neighbours on a
+// sparse grid. It grows as a lens comes into focus.
+double sharpness(const QImage& frame) {
+    const QImage image = frame.format() == QImage::Format_ARGB32_Premultiplied ||
+                                 frame.format() == QImage::Format_ARGB32 ||
+                                 frame.format() == QImage::Format_RGB32
+                             ? frame
+                             : frame.convertToFormat(QImage::Format_RGB32);
+    constexpr int kStep = 4;
+    double sum = 0.0;
+    long count = 0;
+    for (int y = 0; y + kStep < image.height(); y += kStep) {
+        const auto* row = reinterpret_cast<const QRgb*>(image.constScanLine(y));
+        const auto* below = reinterpret_cast<const QRgb*>(image.constScanLine(y + 1));
+        for (int x = 0; x + 1 < image.width(); x += kStep) {
+            const int here = qGray(row[x]);
+            sum += std::abs(here - qGray(row[x + 1])) + std::abs(here - qGray(below[x]));
+            ++count;
+        }
+    }
+    return count == 0 ? 0.0 : sum / static_cast<double>(count);
+}
+
+// Counts frames, keeps the sharpest until the focus settles and writes it,
+// asks for a still once it is written and `frames` frames have come, and
 // finishes once the still is written. Engine callbacks arrive on its queues;
 // everything else happens on the main thread.
 class Probe : public QXDCameraDelegate {
@@ -74,20 +98,32 @@ public:
     void setCamera(const std::shared_ptr<QXDCamera>& camera) { _camera = camera; }
     int received() const { return _received.load(); }
     int wanted() const { return _frames; }
-    bool pictureAsked() const { return _received.load() >= _frames; }
+    bool pictureAsked() const { return _pictureAsked.load(); }
 
+    // On the engine's serial video queue.
     void cameraDidCaptureVideoSample(QXDCamera& /*camera*/, const QImage& image) override {
         const int count = ++_received;
-        if (count == 1) {
-            // The frame's pixels are the camera's only for this call.
-            const QImage first = image.copy();
-            platform::RunLoop::main().post([this, first] {
-                save(first, QStringLiteral("frame.png"), QStringLiteral("first frame"));
-            });
+        if (!_focused) {
+            const double sharp = image.isNull() ? 0.0 : sharpness(image);
+            if (count == 1 || sharp > _bestSharpness * 1.02) {
+                // The frame's pixels are the camera's only for this call.
+                _best = image.copy();
+                _bestSharpness = sharp;
+                _framesSinceBest = 0;
+            } else {
+                ++_framesSinceBest;
+            }
+            if (image.isNull() || _framesSinceBest >= kFocusSettleFrames) {
+                _focused = true;
+                platform::RunLoop::main().post([this, best = _best, count] {
+                    save(best, QStringLiteral("frame.png"),
+                         QStringLiteral("focused frame (settled after %1 frames)").arg(count));
+                });
+            }
         }
-        if (count == _frames) {
-            platform::RunLoop::main().post([this] {
-                print(QStringLiteral("%1 frames; taking a picture").arg(_frames));
+        if (_focused && count >= _frames && !_pictureAsked.exchange(true)) {
+            platform::RunLoop::main().post([this, count] {
+                print(QStringLiteral("%1 frames; taking a picture").arg(count));
                 if (auto camera = _camera.lock()) {
                     camera->takePicture();
                 }
@@ -137,7 +173,13 @@ private:
     const QString _folder;
     const int _frames;
     std::atomic<int> _received{0};
+    std::atomic<bool> _pictureAsked{false};
     std::weak_ptr<QXDCamera> _camera;
+    // Video queue only.
+    bool _focused = false;
+    QImage _best;
+    double _bestSharpness = 0.0;
+    int _framesSinceBest = 0;
 };
 
 void printCounters(const QXDCamera& camera) {
@@ -182,8 +224,13 @@ int main(int argc, char** argv) {
     const QCommandLineOption outputOption(QStringLiteral("output"),
                                           QStringLiteral("Folder for the images (out)."),
                                           QStringLiteral("folder"), QStringLiteral("out"));
-    parser.addOptions(
-        {virtualOption, frontOption, highOption, greyOption, framesOption, outputOption});
+    const QCommandLineOption recordOption(
+        QStringLiteral("record"),
+        QStringLiteral("Record what the real camera hands over into folder "
+                       "(replay it with QXD_CAMERA=replay:folder)."),
+        QStringLiteral("folder"));
+    parser.addOptions({virtualOption, frontOption, highOption, greyOption, framesOption,
+                       outputOption, recordOption});
     parser.process(app);
 
     bool framesOk = false;
@@ -213,10 +260,30 @@ int main(int argc, char** argv) {
         print(QStringLiteral("no camera source"));
         return EXIT_FAILURE;
     }
-    print(QStringLiteral("streaming from %1 at %2")
-              .arg(camera->deviceInput() ? camera->deviceInput()->device()->localizedName()
-                                         : QStringLiteral("(no device)"),
-                   camera->sessionPreset()));
+    const auto device = camera->deviceInput() ? camera->deviceInput()->device() : nullptr;
+    const QSize size =
+        device ? device->capabilities().videoSizeForPreset(camera->sessionPreset()) : QSize();
+    print(QStringLiteral("streaming from %1 at %2x%3")
+              .arg(device ? device->localizedName() : QStringLiteral("(no device)"))
+              .arg(size.width())
+              .arg(size.height()));
+    std::shared_ptr<platform::CameraRecorder> recorder;
+    if (parser.isSet(recordOption)) {
+        auto* qtCamera =
+            device ? dynamic_cast<platform::QtCameraDriver*>(&device->driver()) : nullptr;
+        if (qtCamera == nullptr) {
+            printError(QStringLiteral("--record needs a real camera; this one is virtual"));
+            return EXIT_FAILURE;
+        }
+        QString why;
+        recorder = platform::CameraRecorder::create(parser.value(recordOption),
+                                                    qtCamera->description(), &why);
+        if (!recorder) {
+            printError(why);
+            return EXIT_FAILURE;
+        }
+        qtCamera->setObserver(recorder);
+    }
     camera->start();
     if (parser.isSet(greyOption)) {
         // The frame format is chosen when the outputs are built: switching to
@@ -250,6 +317,14 @@ int main(int argc, char** argv) {
     // which returns once the camera is idle, so nothing is still streaming
     // while the application object goes away.
     camera->captureSession()->stopRunning();
+    if (recorder) {
+        dynamic_cast<platform::QtCameraDriver&>(device->driver()).setObserver(nullptr);
+        const bool written = recorder->flush();
+        print(QStringLiteral("%1 frames recorded to %2%3")
+                  .arg(recorder->frameCount())
+                  .arg(parser.value(recordOption),
+                       written ? QString() : QStringLiteral(" (a write failed)")));
+    }
     platform::QtCameraSource::uninstall();
     return code;
 }

@@ -201,8 +201,8 @@ std::optional<CameraRecording> CameraRecording::load(const QString& folder, QStr
 
 std::shared_ptr<CameraRecorder> CameraRecorder::create(const QString& folder,
                                                        const QtCameraDescription& camera,
-                                                       QString* error) {
-    auto recorder = std::make_shared<CameraRecorder>(Key{}, folder);
+                                                       QString* error, Clock clock) {
+    auto recorder = std::make_shared<CameraRecorder>(Key{}, folder, std::move(clock));
     const auto fail = [error](const QString& why) -> std::shared_ptr<CameraRecorder> {
         if (error != nullptr) {
             *error = why;
@@ -222,8 +222,9 @@ std::shared_ptr<CameraRecorder> CameraRecorder::create(const QString& folder,
     return recorder;
 }
 
-CameraRecorder::CameraRecorder(Key, const QString& folder)
-    : _queue(DispatchQueue::createSerial("qxd.camera.recorder")),
+CameraRecorder::CameraRecorder(Key, const QString& folder, Clock clock)
+    : _clock(clock ? std::move(clock) : Clock([] { return std::chrono::steady_clock::now(); })),
+      _queue(DispatchQueue::createSerial("qxd.camera.recorder")),
       _index(QDir(folder).filePath(kIndex)),
       _data(QDir(folder).filePath(kData)) {}
 
@@ -249,7 +250,7 @@ std::size_t CameraRecorder::frameCount() const {
 }
 
 std::chrono::microseconds CameraRecorder::sinceFirstFrame() {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = _clock();
     std::lock_guard lock(_mutex);
     if (!_firstFrame) {
         _firstFrame = now;

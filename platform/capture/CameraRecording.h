@@ -8,6 +8,7 @@
 #include <QVideoFrame>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -56,13 +57,16 @@ class CameraRecorder final : public QtCameraObserver,
     struct Key {};
 
 public:
+    /// Tells the time things arrive; the steady clock unless a test drives one.
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
     /// Creates folder (when missing) and starts the recording of camera;
     /// null with *error set (when non-null) when the files cannot be made.
     static std::shared_ptr<CameraRecorder> create(const QString& folder,
                                                   const QtCameraDescription& camera,
-                                                  QString* error = nullptr);
+                                                  QString* error = nullptr, Clock clock = {});
 
-    CameraRecorder(Key, const QString& folder);
+    CameraRecorder(Key, const QString& folder, Clock clock);
     ~CameraRecorder() override;
 
     /// Waits until everything received so far is on disk; false when a
@@ -77,6 +81,7 @@ private:
     std::chrono::microseconds sinceFirstFrame();
     void writeLine(const QByteArray& line);
 
+    const Clock _clock;
     std::shared_ptr<DispatchQueue> _queue;
     mutable std::mutex _mutex;
     std::optional<std::chrono::steady_clock::time_point> _firstFrame;

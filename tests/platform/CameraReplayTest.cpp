@@ -67,12 +67,15 @@ TEST(CameraReplay, ARecordedSessionReplaysFrameExactWithTheCamerasDeparture) {
         fake_qt::webcam("usb-rec", "Recorded Webcam", QVideoFrameFormat::Format_YUYV, kSize));
     camera->description.photoResolutions = {{128, 72}};
 
-    // Record a live session: five frames, then the cable is pulled.
+    // Record a live session: five frames a thirtieth of a second apart (on a
+    // clock the test drives), then the cable is pulled.
     std::vector<SampleBufferPtr> live;
+    auto now = std::chrono::steady_clock::time_point();
     {
         const auto driver = QtCameraDriver::create(camera->description, backend);
         QString why;
-        const auto recorder = CameraRecorder::create(folder.path(), camera->description, &why);
+        const auto recorder = CameraRecorder::create(folder.path(), camera->description, &why,
+                                                     [&now] { return now; });
         ASSERT_TRUE(recorder) << why.toStdString();
         driver->setObserver(recorder);
         const auto device = CaptureDevice::create(driver);
@@ -80,10 +83,12 @@ TEST(CameraReplay, ARecordedSessionReplaysFrameExactWithTheCamerasDeparture) {
         ASSERT_EQ(device->startStreaming(sink), nullptr);
         ASSERT_TRUE(pumpUntil([&] { return camera->active; }));
         for (int i = 0; i < 5; ++i) {
+            now += std::chrono::microseconds(33333);
             camera->deliver(fake_qt::markedFrame(QVideoFrameFormat::Format_YUYV, kSize,
                                                  33333 * i + 1000, 8 * i));
             ASSERT_TRUE(sink->waitFor(i + 1u));
         }
+        now += std::chrono::microseconds(33333);
         backend->unplug("usb-rec");
         ASSERT_TRUE(pumpUntil([&] { return sink->failed(); }));
         device->stopStreaming();
@@ -97,6 +102,7 @@ TEST(CameraReplay, ARecordedSessionReplaysFrameExactWithTheCamerasDeparture) {
     EXPECT_EQ(recording->camera.id, "usb-rec");
     EXPECT_EQ(recording->camera.photoResolutions, QList<QSize>({{128, 72}}));
     ASSERT_EQ(recording->frames.size(), 5u);
+    EXPECT_EQ(recording->frames[4].arrival, std::chrono::microseconds(4 * 33333));
     EXPECT_EQ(recording->frames[0].frame.pixelFormat(), QVideoFrameFormat::Format_YUYV);
     ASSERT_TRUE(recording->disconnection);
     EXPECT_EQ(recording->disconnection->message, "Could not read from resource.");

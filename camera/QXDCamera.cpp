@@ -130,13 +130,7 @@ void QXDCamera::initWithVideoPreviewLayer(const std::shared_ptr<platform::VideoP
 }
 
 QXDCamera::~QXDCamera() {
-    if (_stallTimer) {
-        _stallTimer->invalidate();
-    }
-    platform::NotificationCenter::defaultCenter().removeObserver(this);
-    platform::Device::current().endGeneratingDeviceOrientationNotifications();
-    teardownCaptureSession();
-    _videoPreviewLayer.reset();
+    tearDown();
 }
 
 // --- Session assembly ---------------------------------------------------------
@@ -489,9 +483,11 @@ void QXDCamera::takePicture() {
 
     count(Count::StillsRequested);
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
+    // The queue is taken now: a release tears the engine's members down on
+    // its owner's thread while this completion may still be running.
     output->captureStillImageAsynchronously(
-        videoConnection,
-        [weakSelf](const platform::SampleBufferPtr& sample, const ErrorPtr& error) {
+        videoConnection, [weakSelf, stillQueue = _stillImageOutputQueue](
+                             const platform::SampleBufferPtr& sample, const ErrorPtr& error) {
             // An engine its owner has let go of delivers nothing more.
             auto self = live(weakSelf);
             if (!self) {
@@ -534,7 +530,7 @@ void QXDCamera::takePicture() {
             (void)buffer->pixelFormatType();
             {
                 const QImage image = wrapBuffer(*buffer, false);
-                self->_stillImageOutputQueue->sync([&] {
+                stillQueue->sync([&] {
                     if (self->_released.load()) {
                         return;
                     }

@@ -8,6 +8,10 @@
 #include "platform/capture/CaptureDevice.h"
 #include "platform/capture/CaptureInput.h"
 #include "platform/capture/CaptureSession.h"
+#include "platform/capture/StillImageOutput.h"
+#include "platform/capture/VideoDataOutput.h"
+#include "platform/capture/VideoPreviewLayer.h"
+#include "platform/environment/Environment.h"
 #include "platform/foundation/Dispatch.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/RunLoop.h"
@@ -39,33 +43,44 @@ std::shared_ptr<QXDCamera> QXDCamera::handOut(std::shared_ptr<QXDCamera> engine)
 
 void QXDCamera::shutDown(std::shared_ptr<QXDCamera> engine) {
     // From here on queued work, frames and still completions find the engine
-    // gone; then wait for whatever is running now.
+    // released; wait for what is running now, then take everything down on
+    // this thread.
     engine->_released = true;
-    if (engine->_stallTimer) {
-        engine->_stallTimer->invalidate();
-    }
-    bool onOwnQueue = false;
     for (const auto& queue : {engine->_captureSessionQueue, engine->_videoDataOutputQueue,
                               engine->_stillImageOutputQueue}) {
-        if (!queue) {
-            continue;
-        }
-        if (queue->isCurrent()) {
-            onOwnQueue = true;
-        } else {
+        if (queue && !queue->isCurrent()) {
             queue->sync([] {});
         }
     }
-    // A still completion or a notification may hold the engine for a moment
-    // longer; they hold it only to find it released. Released from one of
-    // its own queues, the engine cannot wait for the work that called it.
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (!onOwnQueue && engine.use_count() > 1 && std::chrono::steady_clock::now() < limit) {
-        std::this_thread::yield();
-    }
-    // Usually the last reference: the destructor runs here, stops the stream
-    // and joins every queue and the still output's thread.
+    engine->tearDown();
+    // Usually the last reference. A frame or completion that found the engine
+    // released a moment ago may still hold it; it lets go of an engine that no
+    // longer owns a thread, an observer or a camera.
     engine.reset();
+}
+
+void QXDCamera::tearDown() {
+    if (_tornDown) {
+        return;
+    }
+    _tornDown = true;
+    if (_stallTimer) {
+        _stallTimer->invalidate();
+        _stallTimer.reset();
+    }
+    platform::NotificationCenter::defaultCenter().removeObserver(this);
+    platform::Device::current().endGeneratingDeviceOrientationNotifications();
+    // Stops the stream (joining its thread), so no frame is queued after it.
+    teardownCaptureSession();
+    // Waits for a capture in progress on the still output's thread, whose
+    // completion finds the engine released.
+    _stillImageOutput.reset();
+    _videoPreviewLayer.reset();
+    // Joins the queues after what is queued has run (and found the engine
+    // released), unless this runs on one of them.
+    _captureSessionQueue.reset();
+    _videoDataOutputQueue.reset();
+    _stillImageOutputQueue.reset();
 }
 
 std::shared_ptr<QXDCamera> QXDCamera::live(const std::weak_ptr<QXDCamera>& weak) {
@@ -93,14 +108,17 @@ QXDCameraCounters QXDCamera::counters() const {
 // --- Lost cameras -----------------------------------------------------------------
 
 void QXDCamera::observeSessionFailures() {
+    // Posted on whichever thread the session or device fails on; handled on
+    // the session queue. Neither the engine nor its members are touched here.
     std::weak_ptr<QXDCamera> weakSelf = weak_from_this();
+    std::weak_ptr<platform::DispatchQueue> sessionQueue = _captureSessionQueue;
     platform::NotificationCenter::defaultCenter().addObserver(
         this, platform::kCaptureSessionRuntimeErrorNotification, _captureSession.get(),
-        [weakSelf](const platform::Notification& notification) {
+        [weakSelf, sessionQueue](const platform::Notification& notification) {
             const ErrorPtr cause =
                 notification.userInfo.value(platform::kCaptureSessionErrorKey).value<ErrorPtr>();
-            if (auto self = live(weakSelf)) {
-                self->_captureSessionQueue->async([weakSelf, cause] {
+            if (auto queue = sessionQueue.lock()) {
+                queue->async([weakSelf, cause] {
                     if (auto engine = live(weakSelf)) {
                         engine->sessionDidFail(cause);
                     }

@@ -174,6 +174,8 @@ private:
     /// go of the engine on the releasing thread.
     static std::shared_ptr<QXDCamera> handOut(std::shared_ptr<QXDCamera> engine);
     static void shutDown(std::shared_ptr<QXDCamera> engine);
+    /// Stops the camera, drops the observers and joins every thread; once.
+    void tearDown();
     /// The engine behind weak, unless it is gone or its owner let it go.
     static std::shared_ptr<QXDCamera> live(const std::weak_ptr<QXDCamera>& weak);
     void count(Count what) { ++_counts[static_cast<std::size_t>(what)]; }
@@ -222,6 +224,7 @@ private:
     long _currentDeviceOrientation = 0;
 
     std::atomic<bool> _released{false};
+    bool _tornDown = false;
     std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(Count::Size)> _counts{};
     /// Frames and drops seen, for the stall watch.
     std::atomic<std::uint64_t> _framesSeen{0};

@@ -62,6 +62,10 @@ public:
         std::lock_guard lock(_mutex);
         return _frames.empty() ? QImage() : _frames.back();
     }
+    std::vector<ErrorPtr> errors() {
+        std::lock_guard lock(_mutex);
+        return _errors;
+    }
 
 private:
     std::mutex _mutex;
@@ -126,9 +130,17 @@ TEST(Webcams, PositionlessWebcamsServeAsBackAndFrontAndStreamTurnedFrames) {
     EXPECT_TRUE(isRed(frame.pixel(20, 20)));
     EXPECT_TRUE(isGrey(frame.pixel(700, 20)));
 
-    // The cable is pulled mid-stream: the device is gone, the session stops,
-    // later frames go nowhere and nothing crashes.
+    // The cable is pulled mid-stream: the engine reports the lost camera
+    // (404, the driver's disconnection underneath), the session stops, later
+    // frames go nowhere and nothing crashes.
     installed.backend->unplug("/dev/video0");
+    ASSERT_TRUE(pumpUntil([&] { return !delegate->errors().empty(); }));
+    const ErrorPtr lost = delegate->errors().front();
+    ASSERT_TRUE(lost);
+    EXPECT_EQ(lost->code(), 404);
+    const auto cause = lost->userInfo().value(kUnderlyingErrorKey).value<ErrorPtr>();
+    ASSERT_TRUE(cause);
+    EXPECT_EQ(cause->code(), av_error::kDeviceWasDisconnected);
     ASSERT_TRUE(pumpUntil([&] { return !camera->captureSession()->isRunning(); }));
     EXPECT_FALSE(camera->deviceInput()->device()->isConnected());
     usb->active = true;  // a late frame from the backend's thread

@@ -308,8 +308,15 @@ auto yuv420Producer(const std::uint8_t* luma, std::size_t lumaStride, int height
 template <int Bytes>
 auto copyProducer(const std::uint8_t* src, std::size_t srcStride) {
     return [=](int y, int rows, int x, int columns, std::uint8_t* out, std::ptrdiff_t outStride) {
+        const std::uint8_t* in = src + y * srcStride + Bytes * x;
+        if (outStride == static_cast<std::ptrdiff_t>(srcStride)) {
+            // Same layout: the band in one go, padding and all.
+            std::memcpy(out, in,
+                        (rows - 1) * srcStride + static_cast<std::size_t>(Bytes) * columns);
+            return;
+        }
         for (int i = 0; i < rows; ++i) {
-            std::memcpy(out + i * outStride, src + (y + i) * srcStride + Bytes * x,
+            std::memcpy(out + i * outStride, in + i * srcStride,
                         static_cast<std::size_t>(Bytes) * columns);
         }
     };

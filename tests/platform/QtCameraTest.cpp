@@ -406,3 +406,28 @@ TEST(PixelConversion, FourTwoZeroFullRangeFromYuyvAndI420KeepsLumaAndAveragesChr
     EXPECT_EQ(std::vector<std::uint8_t>(chroma, chroma + 4),
               (std::vector<std::uint8_t>{9, 11, 10, 12}));
 }
+
+TEST(PixelConversion, I420GivesWhatNv12GivesForTheSameChroma) {
+    // The NV12 converter is checked against the reference above; I420 differs
+    // only in where its chroma lies. Odd sizes, and widths past a block.
+    for (const QSize size : {QSize(37, 21), QSize(150, 34)}) {
+        const int w = size.width(), h = size.height();
+        const int cw = (w + 1) / 2, ch = (h + 1) / 2;
+        std::vector<std::uint8_t> luma(w * h), u(cw * ch), v(cw * ch), uv(2 * cw * ch);
+        for (std::size_t i = 0; i < luma.size(); ++i) {
+            luma[i] = noise(static_cast<int>(i), 5);
+        }
+        for (std::size_t i = 0; i < u.size(); ++i) {
+            u[i] = noise(static_cast<int>(i), 11);
+            v[i] = noise(static_cast<int>(i), 13);
+            uv[2 * i] = u[i];
+            uv[2 * i + 1] = v[i];
+        }
+        const std::size_t stride = 4 * w;
+        std::vector<std::uint8_t> fromI420(stride * h), fromNv12(stride * h);
+        convertI420ToBgra(luma.data(), w, u.data(), cw, v.data(), cw, fromI420.data(), stride, w,
+                          h);
+        convertNv12ToBgra(luma.data(), w, uv.data(), 2 * cw, fromNv12.data(), stride, w, h);
+        EXPECT_EQ(fromI420, fromNv12) << w << "x" << h;
+    }
+}

@@ -8,6 +8,7 @@
 #include <QMediaDevices>
 #include <QVideoSink>
 
+#include <map>
 #include <utility>
 
 namespace platform {
@@ -163,12 +164,23 @@ private:
 
 class MultimediaBackend final : public QtCameraBackend {
 public:
+    // A camera is asked for its abilities once: a QCamera made while the same
+    // camera streams could disturb it.
     QList<QtCameraDescription> videoInputs() override {
         QList<QtCameraDescription> inputs;
+        std::map<QString, QtCameraDescription> known;
         for (const QCameraDevice& device : QMediaDevices::videoInputs()) {
-            const QCamera probe(device);
-            inputs.append(QtCameraDescription::of(device, probe));
+            const QString id = QString::fromUtf8(device.id());
+            const auto found = _described.find(id);
+            if (found != _described.end()) {
+                inputs.append(found->second);
+            } else {
+                const QCamera probe(device);
+                inputs.append(QtCameraDescription::of(device, probe));
+            }
+            known[id] = inputs.back();
         }
+        _described = std::move(known);
         return inputs;
     }
 
@@ -202,6 +214,7 @@ private:
         void operator()(QObject* object) const { object->deleteLater(); }
     };
     std::unique_ptr<QMediaDevices, LaterDelete> _devices;
+    std::map<QString, QtCameraDescription> _described;  // of the cameras listed last
 };
 
 }  // namespace

@@ -199,11 +199,24 @@ ErrorPtr QtCameraDriver::startStreaming(std::shared_ptr<CaptureStreamSink> sink)
             return avError(av_error::kDeviceAlreadyUsedByAnotherSession,
                            QStringLiteral("The device is already streaming to another session."));
         }
-        _sink = std::move(sink);
+        _sink = sink;
     }
-    onMain([](QtCameraDriver& driver) {
+    // The camera starts in the format the first frame wants, rather than
+    // switching after it.
+    const FrameLayout layout = sink->nextFrameLayout();
+    const QtCameraFormat format =
+        qt_camera::formatFor(_description.videoFormats, layout.sensorSize, layout.pixelFormat);
+    if (!format.resolution.isEmpty()) {
+        std::lock_guard lock(_mutex);
+        _requestedSize = layout.sensorSize;
+        _requestedFormat = layout.pixelFormat;
+    }
+    onMain([format](QtCameraDriver& driver) {
         driver._streaming = true;
         if (driver.isConnected() && driver.ensureCamera()) {
+            if (!format.resolution.isEmpty()) {
+                driver._control->setFormat(format);
+            }
             driver._control->start();
         }
     });
@@ -297,16 +310,14 @@ void QtCameraDriver::deliver(const QVideoFrame& frame) {
         return;
     }
     requestFormat(layout.sensorSize, layout.pixelFormat);
-    std::shared_ptr<PixelBuffer> buffer;
-    {
-        std::lock_guard lock(_mutex);
-        buffer = qt_camera::pixelBufferFor(frame, layout, _pools);
-        if (buffer) {
-            _streamSize = frame.size();
-        }
-    }
+    // The pools are the delivery queue's alone: no lock while converting.
+    const auto buffer = qt_camera::pixelBufferFor(frame, layout, _pools);
     if (!buffer) {
         return;
+    }
+    {
+        std::lock_guard lock(_mutex);
+        _streamSize = frame.size();
     }
     layout.sensorSize = frame.size();
     layout.pixelFormat = buffer->pixelFormatType();

@@ -149,7 +149,7 @@ private:
     std::shared_ptr<CaptureStreamSink> _sink;
     std::shared_ptr<QtCameraObserver> _observer;
     CaptureDeviceSettings _settings;
-    QtFramePools _pools;
+    QtFramePools _pools;  ///< delivery queue only
     QSize _requestedSize;
     std::uint32_t _requestedFormat = 0;
     QSize _streamSize;  ///< size of the last frame delivered

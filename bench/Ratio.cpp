@@ -15,7 +15,18 @@ std::vector<std::pair<std::string, double>>& limits() {
     return declared;
 }
 
+std::vector<std::pair<std::string, std::function<std::pair<std::string, bool>()>>>& checks() {
+    static std::vector<std::pair<std::string, std::function<std::pair<std::string, bool>()>>>
+        declared;
+    return declared;
+}
+
 }  // namespace
+
+bool declareCheck(const std::string& subject, std::function<std::pair<std::string, bool>()> check) {
+    checks().emplace_back(subject, std::move(check));
+    return true;
+}
 
 bool declareLimit(const std::string& subject, double seconds) {
     limits().emplace_back(subject, seconds);
@@ -69,6 +80,14 @@ void RatioReporter::Finalize() {
         _missed += ok ? 0 : 1;
         std::printf("limit %s = %.3f ms (goal < %.3f ms): %s\n", subject.c_str(), time * 1e3,
                     limit * 1e3, ok ? "ok" : "MISSED");
+    }
+    for (const auto& [subject, check] : checks()) {
+        if (timeOf(subject) < 0) {
+            continue;
+        }
+        const auto [line, ok] = check();
+        _missed += ok ? 0 : 1;
+        std::printf("check %s: %s: %s\n", subject.c_str(), line.c_str(), ok ? "ok" : "MISSED");
     }
 }
 

@@ -2,7 +2,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -22,9 +24,14 @@ bool declareRatio(const std::string& subject, const std::string& reference, doub
 /// under `seconds`.
 bool declareLimit(const std::string& subject, double seconds);
 
+/// Declares a check that is not a time, run after the benchmarks when the
+/// benchmark `subject` ran: check returns the line to print and whether the
+/// goal was met.
+bool declareCheck(const std::string& subject, std::function<std::pair<std::string, bool>()> check);
+
 /// Console output plus, at the end, one line a declared ratio:
-/// "ratio <subject> / <reference> = <value> (goal < <goal>): ok|MISSED", and
-/// one a declared limit.
+/// "ratio <subject> / <reference> = <value> (goal < <goal>): ok|MISSED", one a
+/// declared limit and one a declared check whose benchmarks ran.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override;

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Quad.h"
+
+#include <QImage>
+
+namespace scanner {
+
+/// The page inside outline made flat: a rectangle as wide as the outline's
+/// top and bottom sides on average and as tall as its left and right sides,
+/// in the picture's pixels; RGB32 (Grayscale8 for a grey picture). Null for
+/// a degenerate outline.
+QImage flattenPage(const QImage& picture, const Quad& outline);
+
+/// Where an outline found in a frame lies in a still of another size taken
+/// at the same moment: the frame and the still show the same view, each
+/// stretched to its own size.
+Quad frameToStill(const Quad& outline, const QSize& frameSize, const QSize& stillSize);
+
+}  // namespace scanner

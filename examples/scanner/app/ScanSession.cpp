@@ -141,11 +141,14 @@ void ScanSession::captureControllerDidReceiveFrame(QXDCameraController& /*contro
         }
     }
     const std::optional<Quad> outline = _smoother.update(detected, now);
-    ++_framesAnalysed;
     {
         std::lock_guard lock(_mutex);
         _outline = outline;
         _frameSize = picture.size();
+    }
+    ++_framesAnalysed;
+    if (_settings.frameAnalysed) {
+        _settings.frameAnalysed();
     }
 
     Guidance::Situation situation;

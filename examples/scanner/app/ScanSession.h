@@ -39,6 +39,8 @@ struct ScanSettings {
     /// Where to write the screen the first time a page is taken
     /// automatically; empty: nowhere.
     QString screenshotPath;
+    /// Called on the video queue after each frame has been analysed.
+    std::function<void()> frameAnalysed;
 };
 
 /// What the session has done, for the summary and for tests.

@@ -23,8 +23,40 @@ struct Working {
     double factor = 1;  ///< picture pixels per working pixel
 };
 
+/// A colour picture shrunk to grey in one pass: each working pixel is the
+/// mean brightness of a regular grid of samples in its block (every pixel
+/// of small blocks, every second or third of large ones), so the full-size
+/// colour picture is read only sparsely and never converted whole.
+cv::Mat shrinkColour(const QImage& source, int factor, const cv::Size& small) {
+    cv::Mat grey(small, CV_8UC1);
+    const int step = std::max(1, factor / 3);
+    const int perSide = (factor + step - 1) / step;
+    const int samples = perSide * perSide;
+    std::vector<int> sums(std::size_t(small.width));
+    for (int v = 0; v < small.height; ++v) {
+        std::fill(sums.begin(), sums.end(), 0);
+        for (int row = 0; row < factor; row += step) {
+            const uchar* line = source.constScanLine(v * factor + row);
+            for (int u = 0; u < small.width; ++u) {
+                const uchar* block = line + 4 * u * factor;
+                int sum = 0;
+                for (int col = 0; col < factor; col += step) {
+                    const uchar* p = block + 4 * col;
+                    sum += 29 * p[0] + 150 * p[1] + 77 * p[2];
+                }
+                sums[std::size_t(u)] += sum;
+            }
+        }
+        auto* out = grey.ptr<uchar>(v);
+        for (int u = 0; u < small.width; ++u) {
+            out[u] = static_cast<uchar>((sums[std::size_t(u)] / samples) >> 8);
+        }
+    }
+    return grey;
+}
+
 /// The picture shrunk by a whole factor to about workingSize on its long
-/// side, as grey. Each working pixel averages one block of the picture.
+/// side, as grey. Each working pixel stands for one block of the picture.
 Working shrink(const QImage& picture, int workingSize) {
     const bool grey = picture.format() == QImage::Format_Grayscale8;
     const bool bgra = picture.format() == QImage::Format_RGB32 ||
@@ -34,20 +66,18 @@ Working shrink(const QImage& picture, int workingSize) {
     const int longSide = std::max(source.width(), source.height());
     const int factor = std::max(1, (longSide + workingSize / 2) / workingSize);
     const cv::Size small(source.width() / factor, source.height() / factor);
+    Working working;
+    working.factor = factor;
+    if (!grey) {
+        working.grey = shrinkColour(source, factor, small);
+        return working;
+    }
     // OpenCV only reads through this header.
-    const cv::Mat full(source.height(), source.width(), grey ? CV_8UC1 : CV_8UC4,
+    const cv::Mat full(source.height(), source.width(), CV_8UC1,
                        const_cast<uchar*>(source.constBits()),
                        static_cast<std::size_t>(source.bytesPerLine()));
     const cv::Mat whole = full(cv::Rect(0, 0, small.width * factor, small.height * factor));
-    Working working;
-    working.factor = factor;
-    if (grey) {
-        cv::resize(whole, working.grey, small, 0, 0, cv::INTER_AREA);
-    } else {
-        cv::Mat colour;
-        cv::resize(whole, colour, small, 0, 0, cv::INTER_AREA);
-        cv::cvtColor(colour, working.grey, cv::COLOR_BGRA2GRAY);
-    }
+    cv::resize(whole, working.grey, small, 0, 0, cv::INTER_AREA);
     return working;
 }
 

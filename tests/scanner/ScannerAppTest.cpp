@@ -1,0 +1,312 @@
+// The scanner application: the outline it has the capture screen draw lies on
+// the page in the rendered screen, whatever the window's shape; the keys
+// reach the screen; and the headless program scans two pages end to end.
+#include "DocumentOutput.h"
+#include "PreviewMapping.h"
+#include "QXDCameraController.h"
+#include "Quad.h"
+#include "ScanSession.h"
+
+#include "platform/capture/CaptureDevice.h"
+#include "platform/capture/CaptureSession.h"
+#include "platform/capture/VirtualCamera.h"
+#include "platform/environment/Environment.h"
+#include "platform/foundation/Dispatch.h"
+#include "platform/foundation/RunLoop.h"
+#include "platform/ui/OffscreenRender.h"
+#include "platform/ui/Window.h"
+#include "platform/ui/WindowAccess.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QLineF>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+
+#include <cmath>
+
+namespace {
+
+using namespace platform;
+
+// Only a guard against hangs: waits end as soon as the event happens.
+constexpr double kWait = 30.0;
+constexpr double kScale = 2.0;
+
+QString pngFolder() {
+    const QString dir = QCoreApplication::applicationDirPath() + QStringLiteral("/scanner-png");
+    QDir().mkpath(dir);
+    return dir;
+}
+
+double distanceToOutline(const QPointF& p, const scanner::Quad& quad) {
+    double best = 1e9;
+    for (int i = 0; i < 4; ++i) {
+        const QPointF a = quad[i];
+        const QPointF b = quad[(i + 1) % 4];
+        const QPointF ab = b - a;
+        const double t =
+            std::clamp(QPointF::dotProduct(p - a, ab) / QPointF::dotProduct(ab, ab), 0.0, 1.0);
+        best = std::min(best, QLineF(p, a + ab * t).length());
+    }
+    return best;
+}
+
+int grey(const QImage& image, const QPointF& point) {
+    const int x = std::clamp(int(point.x()), 0, image.width() - 1);
+    const int y = std::clamp(int(point.y()), 0, image.height() - 1);
+    return qGray(image.pixel(x, y));
+}
+
+class ScannerScreen : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RunLoop::main().useManualClock();
+        CameraAvailability::setOverride(true);
+        Device::current().setUserInterfaceIdiom(idiom::kPhone);
+        Application::shared().setStatusBarOrientation(interface_orientation::kPortrait);
+        auto config = VirtualCameraConfiguration::back();
+        // A steady camera, so that every frame shows the page in one place.
+        config.handMotion = 0;
+        config.noiseAmplitude = 0;
+        config.capabilities.focusModes = {focus_mode::kLocked};
+        camera = VirtualCamera::create(config);
+        discovery = std::make_unique<DeviceDiscovery::ScopedOverride>(
+            std::vector<std::shared_ptr<CaptureDevice>>{CaptureDevice::create(camera)});
+    }
+
+    void TearDown() override {
+        if (controller && controller->camera()) {
+            controller->camera()->stop();
+            controller->camera()->canConfigureLowLightBoost();  // waits for the session queue
+        }
+        session.reset();
+        window.reset();
+        controller.reset();
+        RunLoop::main().useManualClock();
+        discovery.reset();
+        CameraAvailability::setOverride(std::nullopt);
+    }
+
+    /// The scanner on a window of size, with frames analysed and the
+    /// outline drawn.
+    void scanIn(const QSizeF& size) {
+        controller = QXDCameraController::init();
+        controller->setTriggerAppearDelay(0);
+        window = Window::create(QRectF(QPointF(), size));
+        window->setRootViewController(controller);
+        scanner::ScanSettings settings;
+        settings.autoCapture = false;
+        analysed = std::make_shared<Semaphore>();
+        settings.frameAnalysed = [signal = analysed] { signal->signal(); };
+        session = scanner::ScanSession::create(controller, window, settings, {});
+        window->makeKeyAndVisible();
+        RunLoop::main().runPending();
+        window->layoutIfNeededForHost();
+        // Two rounds: the first frames may come before the first layout.
+        for (int round = 0; round < 2; ++round) {
+            for (int frame = 0; frame < 4; ++frame) {
+                ASSERT_TRUE(analysed->waitFor(kWait)) << "no frame analysed";
+            }
+            RunLoop::main().runPending();
+            window->layoutIfNeededForHost();
+        }
+    }
+
+    QImage render(const QString& name) {
+        const QString path = pngFolder() + "/" + name + ".png";
+        EXPECT_TRUE(renderToPng(*window, path, kScale));
+        return QImage(path).convertToFormat(QImage::Format_RGB32);
+    }
+
+    std::shared_ptr<VirtualCamera> camera;
+    std::unique_ptr<DeviceDiscovery::ScopedOverride> discovery;
+    std::shared_ptr<QXDCameraController> controller;
+    std::shared_ptr<Window> window;
+    std::shared_ptr<scanner::ScanSession> session;
+    std::shared_ptr<Semaphore> analysed;
+};
+
+TEST_F(ScannerScreen, TheOutlineLiesOnThePageEdgesInWindowsOfEveryShape) {
+    struct Shape {
+        const char* name;
+        QSizeF size;
+    };
+    for (const Shape& shape :
+         {Shape{"portrait-9x16", QSizeF(360, 640)}, Shape{"portrait-7x10", QSizeF(420, 600)},
+          Shape{"landscape-16x9", QSizeF(800, 450)}}) {
+        SCOPED_TRACE(shape.name);
+        scanIn(shape.size);
+        const auto [outline, frameSize] = session->lastOutline();
+        ASSERT_TRUE(outline) << "no page found";
+        const auto [truthPolygon, layout] = camera->lastFramePageCorners();
+        ASSERT_EQ(layout.size(), frameSize);
+        // Where the page shows on screen, in the screen's pixels: the preview
+        // fills the window with the frame, keeping its aspect ratio.
+        const scanner::Quad truth = scanner::mapped(
+            scanner::fromPolygon(truthPolygon),
+            scanner::aspectFill(frameSize, shape.size) * QTransform::fromScale(kScale, kScale));
+
+        const QImage withOutline = render(QStringLiteral("outline-") + shape.name);
+        controller->polygonLayer()->setHidden(true);
+        const QImage preview = render(QStringLiteral("preview-") + shape.name);
+        controller->polygonLayer()->setHidden(false);
+        ASSERT_EQ(withOutline.size(), preview.size());
+
+        // The preview shows the page there: brighter just inside each side.
+        QPointF centre;
+        for (const QPointF& corner : truth) {
+            centre += corner / 4;
+        }
+        int brighterInside = 0;
+        int sideSamples = 0;
+        // The outline passes within 2 points of every stretch of the page's
+        // sides that is on screen.
+        const double tolerance = 2 * kScale;
+        int found = 0;
+        for (int side = 0; side < 4; ++side) {
+            const QLineF edge(truth[side], truth[(side + 1) % 4]);
+            for (int i = 1; i < 20; ++i) {
+                const QPointF point = edge.pointAt(i / 20.0);
+                if (!QRectF(QPointF(4, 4), QSizeF(preview.size()) - QSizeF(8, 8)).contains(point)) {
+                    continue;  // cropped away by the aspect fill
+                }
+                ++sideSamples;
+                QLineF normal(point, centre);
+                normal.setLength(3 * kScale);
+                const QPointF inside = normal.p2();
+                normal.setLength(-3 * kScale);
+                brighterInside += grey(preview, inside) > grey(preview, normal.p2()) + 30;
+                bool near = false;
+                for (double along = -tolerance; along <= tolerance && !near; along += 1) {
+                    QLineF probe(point, centre);
+                    probe.setLength(along);
+                    const QPointF q = probe.p2();
+                    near = std::abs(grey(withOutline, q) - grey(preview, q)) > 40 ||
+                           withOutline.pixel(int(q.x()), int(q.y())) !=
+                               preview.pixel(int(q.x()), int(q.y()));
+                }
+                found += near;
+            }
+        }
+        ASSERT_GT(sideSamples, 20);
+        EXPECT_GE(brighterInside, sideSamples * 9 / 10) << "the page is not where it should be";
+        EXPECT_GE(found, sideSamples * 95 / 100) << "outline away from the page's sides";
+
+        // And nothing of the outline strays from the page's sides.
+        int stroke = 0;
+        int astray = 0;
+        for (int y = 0; y < preview.height(); ++y) {
+            for (int x = 0; x < preview.width(); ++x) {
+                const QRgb a = withOutline.pixel(x, y);
+                const QRgb b = preview.pixel(x, y);
+                if (std::abs(qGreen(a) - qGreen(b)) + std::abs(qRed(a) - qRed(b)) < 60) {
+                    continue;
+                }
+                ++stroke;
+                astray += distanceToOutline(QPointF(x + 0.5, y + 0.5), truth) > 3 * kScale;
+            }
+        }
+        EXPECT_GT(stroke, 100);
+        EXPECT_LE(astray, stroke / 100) << astray << " of " << stroke << " outline pixels astray";
+        TearDown();
+        SetUp();
+    }
+}
+
+TEST_F(ScannerScreen, KeysTakeThePictureAndTheEditScreenAnswersItsOwnKeys) {
+    scanIn(QSizeF(360, 640));
+    auto& access = window->access();
+    // Space takes the picture: the still becomes a page on the edit screen.
+    ASSERT_TRUE(access.keyPress(Qt::Key_Space, Qt::NoModifier));
+    for (int i = 0; i < 200 && !controller->presentedViewController(); ++i) {
+        // The still is made on the engine's queue; each frame analysed is a
+        // moment to look whether the edit screen has come.
+        ASSERT_TRUE(analysed->waitFor(kWait) || controller->presentedViewController());
+        RunLoop::main().advance(0.05);
+    }
+    ASSERT_TRUE(controller->presentedViewController()) << "no edit screen";
+    RunLoop::main().advance(1.0);
+    // Escape on the edit screen drops the page; Space again, then Return, adds one.
+    ASSERT_TRUE(access.keyPress(Qt::Key_Escape, Qt::NoModifier));
+    RunLoop::main().advance(1.0);
+    EXPECT_FALSE(controller->presentedViewController());
+    EXPECT_TRUE(session->pages().empty());
+
+    ASSERT_TRUE(access.keyPress(Qt::Key_Return, Qt::NoModifier));
+    for (int i = 0; i < 200 && !controller->presentedViewController(); ++i) {
+        ASSERT_TRUE(analysed->waitFor(kWait) || controller->presentedViewController());
+        RunLoop::main().advance(0.05);
+    }
+    ASSERT_TRUE(controller->presentedViewController());
+    RunLoop::main().advance(1.0);
+    render("edit-screen");
+    ASSERT_TRUE(access.keyPress(Qt::Key_Right, Qt::NoModifier));
+    RunLoop::main().advance(1.0);
+    ASSERT_TRUE(access.keyPress(Qt::Key_Return, Qt::NoModifier));
+    RunLoop::main().advance(1.0);
+    ASSERT_EQ(session->pages().size(), 1u);
+    // Turned once to the right: the page lies on its side.
+    EXPECT_GT(session->pages().front().width(), session->pages().front().height());
+}
+
+// Where the virtual page lies in the engine's stills, as the default back
+// camera shows it, and its shape (height over width, by opposite sides).
+double virtualPageAspect() {
+    auto camera = VirtualCamera::create(VirtualCameraConfiguration::back());
+    FrameLayout still;
+    still.sensorSize = VirtualCameraConfiguration::back().capabilities.stillImageSize;
+    still.orientation = video_orientation::kPortrait;
+    const QSizeF sides = scanner::meanSides(scanner::fromPolygon(camera->stillPageCorners(still)));
+    return sides.height() / sides.width();
+}
+
+TEST(ScannerHeadless, ScansTwoPagesIntoPngsAndATwoPagePdf) {
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const QString out = folder.filePath("out");
+    QProcess app;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove(QStringLiteral("DISPLAY"));
+    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    app.setProcessEnvironment(environment);
+    app.setProcessChannelMode(QProcess::ForwardedChannels);
+    app.start(QStringLiteral(QXD_SCANNER_APP), {QStringLiteral("--output"), out});
+    // A guard against hangs only.
+    ASSERT_TRUE(app.waitForFinished(240000)) << "the scanner did not finish";
+    ASSERT_EQ(app.exitStatus(), QProcess::NormalExit);
+    ASSERT_EQ(app.exitCode(), 0);
+
+    const QDir dir(out);
+    EXPECT_EQ(scanner::pdfPageCount(dir.filePath("document.pdf")), 2);
+    EXPECT_FALSE(QImage(dir.filePath("capture-screen.png")).isNull());
+    const double expected = virtualPageAspect();
+    for (const QString name : {QStringLiteral("page-1.png"), QStringLiteral("page-2.png")}) {
+        SCOPED_TRACE(name.toStdString());
+        const QImage page = QImage(dir.filePath(name)).convertToFormat(QImage::Format_RGB32);
+        ASSERT_FALSE(page.isNull());
+        const double aspect = double(page.height()) / page.width();
+        EXPECT_NEAR(aspect / expected, 1.0, 0.02) << aspect << " against " << expected;
+        // No desk in the corners: the wood desk is brown (red well above
+        // blue); paper is neutral.
+        const int s = page.width() / 100;
+        for (const QPoint corner :
+             {QPoint(0, 0), QPoint(page.width() - s, 0), QPoint(0, page.height() - s),
+              QPoint(page.width() - s, page.height() - s)}) {
+            int warm = 0;
+            for (int y = corner.y(); y < corner.y() + s; ++y) {
+                for (int x = corner.x(); x < corner.x() + s; ++x) {
+                    const QRgb p = page.pixel(x, y);
+                    warm += qRed(p) - qBlue(p) > 25 || qGray(p) < 120;
+                }
+            }
+            EXPECT_LT(warm, s * s / 50)
+                << "desk in the corner at " << corner.x() << "," << corner.y();
+        }
+    }
+}
+
+}  // namespace

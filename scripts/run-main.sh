@@ -9,7 +9,7 @@ cd "$root"
 "$root/scripts/install-deps.sh"
 
 cmake --preset release >/dev/null
-cmake --build --preset release --target qxd-camera-probe
+cmake --build --preset release --target qxd-scanner
 
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
   export QT_QPA_PLATFORM=offscreen
@@ -18,4 +18,4 @@ fi
 if [ $# -eq 0 ]; then
   set -- --output "$root/out"
 fi
-exec "$root/build/release/examples/camera-probe/qxd-camera-probe" "$@"
+exec "$root/build/release/examples/scanner/qxd-scanner" "$@"

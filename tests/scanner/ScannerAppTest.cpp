@@ -114,12 +114,15 @@ protected:
             RunLoop::main().runPending();
             window->layoutIfNeededForHost();
         }
+        // Let the layers' implicit fades (a quarter second) run out.
+        RunLoop::main().advance(0.3);
+        window->layoutIfNeededForHost();
     }
 
     QImage render(const QString& name) {
-        const QString path = pngFolder() + "/" + name + ".png";
-        EXPECT_TRUE(renderToPng(*window, path, kScale));
-        return QImage(path).convertToFormat(QImage::Format_RGB32);
+        const QImage image = window->snapshot(kScale).convertToFormat(QImage::Format_RGB32);
+        image.save(pngFolder() + "/" + name + ".png");
+        return image;
     }
 
     std::shared_ptr<VirtualCamera> camera;
@@ -284,9 +287,10 @@ TEST(ScannerHeadless, ScansTwoPagesIntoPngsAndATwoPagePdf) {
     EXPECT_EQ(scanner::pdfPageCount(dir.filePath("document.pdf")), 2);
     EXPECT_FALSE(QImage(dir.filePath("capture-screen.png")).isNull());
     const double expected = virtualPageAspect();
-    for (const QString name : {QStringLiteral("page-1.png"), QStringLiteral("page-2.png")}) {
-        SCOPED_TRACE(name.toStdString());
-        const QImage page = QImage(dir.filePath(name)).convertToFormat(QImage::Format_RGB32);
+    for (const char* name : {"page-1.png", "page-2.png"}) {
+        SCOPED_TRACE(name);
+        const QImage page =
+            QImage(dir.filePath(QString::fromLatin1(name))).convertToFormat(QImage::Format_RGB32);
         ASSERT_FALSE(page.isNull());
         const double aspect = double(page.height()) / page.width();
         EXPECT_NEAR(aspect / expected, 1.0, 0.02) << aspect << " against " << expected;

@@ -584,7 +584,16 @@ void Layer::displayIfNeeded() {
         _backingStore = QImage();
         return;
     }
-    QImage image(width, height, QImage::Format_ARGB32_Premultiplied);
+    // A redraw at the same size reuses the store when nobody else holds it,
+    // so a layer redrawn every frame allocates no pixels.
+    QImage image;
+    if (_backingStore.size() == QSize(width, height) &&
+        _backingStore.format() == QImage::Format_ARGB32_Premultiplied &&
+        _backingStore.isDetached()) {
+        image = std::move(_backingStore);
+    } else {
+        image = QImage(width, height, QImage::Format_ARGB32_Premultiplied);
+    }
     image.fill(Qt::transparent);
     {
         QPainter painter(&image);

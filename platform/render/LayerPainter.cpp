@@ -95,7 +95,14 @@ void paintLayer(QPainter& painter, Layer& layer, double time) {
         backdrop->applyBackdrop(painter, state.bounds);
     }
     if (layer.masksToBounds()) {
-        painter.setClipPath(roundedBounds(state.bounds, state.cornerRadius), Qt::IntersectClip);
+        // A square clip stays a rectangle, which the raster engine clips
+        // without a per-pixel mask.
+        if (state.cornerRadius > 0) {
+            painter.setClipPath(roundedBounds(state.bounds, state.cornerRadius),
+                                Qt::IntersectClip);
+        } else {
+            painter.setClipRect(state.bounds, Qt::IntersectClip);
+        }
     }
     if (state.backgroundColor.isValid() && state.backgroundColor.alpha() > 0) {
         if (state.cornerRadius > 0) {

@@ -408,7 +408,14 @@ void Layer::setValueForKeyPath(const QString& keyPath, const QVariant& value) {
 
 void Layer::setModelValue(const QString& keyPath, const QVariant& value) {
     const QString key = baseKey(keyPath);
-    const QVariant oldRendered = presentationState().value(key);
+    // The rendered value is only read when an action may follow; without
+    // animations it is the model itself.
+    const auto delegate = _delegate.lock();
+    const bool quiet = Transaction::disableActions() ||
+                       (delegate && delegate->declinesActions(*this)) || !isAnimatable(key);
+    const QVariant oldRendered = quiet                 ? QVariant()
+                                 : _animations.empty() ? _model.value(key)
+                                                       : presentationState().value(key);
     const QSizeF oldSize = _model.bounds.size();
     if (!_model.setValue(keyPath, value)) {
         return;
@@ -416,7 +423,11 @@ void Layer::setModelValue(const QString& keyPath, const QVariant& value) {
     if (_model.bounds.size() != oldSize) {
         _needsLayout = true;
     }
-    didChangeValue(key, oldRendered);
+    if (quiet) {
+        markChanged();
+    } else {
+        didChangeValue(key, oldRendered);
+    }
 }
 
 void Layer::didChangeValue(const QString& keyPath, const QVariant& oldRendered) {

@@ -88,6 +88,9 @@ public:
                                                                      const QString& /*key*/) {
         return std::nullopt;
     }
+    /// True when actionForLayer would answer "no action" for every key right
+    /// now, so that a change need not prepare one.
+    virtual bool declinesActions(const Layer& /*layer*/) const { return false; }
     /// Draws the layer's content when the layer has no drawing of its own.
     virtual void drawLayer(Layer& /*layer*/, QPainter& /*context*/) {}
     /// Whether drawLayer draws anything for this layer; a layer whose

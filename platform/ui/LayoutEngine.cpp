@@ -9,8 +9,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace platform {
@@ -27,6 +29,9 @@ constexpr int kMaxRounds = 4;
 constexpr double kTolerance = 1e-9;
 
 thread_local int tlsDepth = 0;
+// The engine of the pass in progress, so that layoutSubviews finds it at once.
+thread_local LayoutEngine* tlsEngine = nullptr;
+thread_local const View* tlsRoot = nullptr;
 
 bool near(const QRectF& a, const QRectF& b) {
     return std::abs(a.x() - b.x()) < kTolerance && std::abs(a.y() - b.y()) < kTolerance &&
@@ -59,6 +64,9 @@ struct LayoutEngine::State {
     struct ViewEntry {
         std::weak_ptr<View> view;
         const View* parent = nullptr;
+        // The superview's variables the placement refers to (null handles
+        // for the root): the solution is read relative to them.
+        std::optional<Variables> parentVars;
         Variables vars;
         bool pinned = false;
         std::vector<lo::Constraint> placement;
@@ -88,23 +96,25 @@ struct LayoutEngine::State {
     std::vector<std::weak_ptr<LayoutConstraint>> constants;
     std::vector<std::weak_ptr<View>> placements;
     std::vector<std::weak_ptr<View>> intrinsics;
+    std::vector<std::weak_ptr<View>> resized;
     const View* root = nullptr;
 
     bool dirty() const {
-        return structureChanged || !constants.empty() || !placements.empty() || !intrinsics.empty();
+        return structureChanged || !constants.empty() || !placements.empty() ||
+               !intrinsics.empty() || !resized.empty();
     }
 
     // --- solver access ---------------------------------------------------------
 
     lo::Constraint addAt(const lo::Constraint& constraint, float priority,
-                         const QString& description) {
+                         const LayoutConstraint* source) {
         const lo::Constraint prioritised(constraint, lo::Strength(priority));
         try {
             solver.addConstraint(prioritised);
             return prioritised;
         } catch (const lo::UnsatisfiableConstraint&) {
             log::write(QStringLiteral("Unable to simultaneously satisfy constraints; breaking %1")
-                           .arg(description.isEmpty() ? constraint.toString() : description));
+                           .arg(source == nullptr ? constraint.toString() : source->description()));
             const lo::Constraint relaxed(constraint, lo::Strength(999.0));
             solver.addConstraint(relaxed);
             return relaxed;
@@ -118,12 +128,12 @@ struct LayoutEngine::State {
     }
 
     void updateConstant(const lo::Constraint& constraint, double constant,
-                        const QString& description) {
+                        const std::function<QString()>& describe) {
         try {
             solver.updateConstant(constraint, constant);
         } catch (const lo::LayoutError& error) {
             log::write(QStringLiteral("Unable to change the constant of %1: %2")
-                           .arg(description, QString::fromUtf8(error.what())));
+                           .arg(describe(), QString::fromUtf8(error.what())));
         }
     }
 
@@ -165,12 +175,14 @@ struct LayoutEngine::State {
         }
         entry.placement.clear();
         entry.parent = parent != nullptr ? view.superview().get() : nullptr;
+        entry.parentVars =
+            parent != nullptr ? std::optional<Variables>(parent->vars) : std::nullopt;
         entry.pinned = parent == nullptr || view.translatesAutoresizingMaskIntoConstraints();
         entry.placedAt = placementOf(view, parent == nullptr);
         for (const lo::Constraint& c : placementConstraints(entry, parent)) {
             // A constrained view stays where it is only when nothing else
             // says where it goes.
-            entry.placement.push_back(addAt(c, entry.pinned ? 1000.0f : 1.0f, {}));
+            entry.placement.push_back(addAt(c, entry.pinned ? 1000.0f : 1.0f, nullptr));
         }
     }
 
@@ -195,7 +207,7 @@ struct LayoutEngine::State {
             if (before[i] != after[i]) {
                 // The pins read `attribute - value == 0`.
                 updateConstant(entry.placement[static_cast<std::size_t>(i)], -after[i],
-                               view.typeName());
+                               [&view] { return view.typeName(); });
             }
         }
     }
@@ -222,15 +234,15 @@ struct LayoutEngine::State {
         const Variables& v = entry.vars;
         if (size.width() >= 0) {
             entry.intrinsic.push_back(
-                addAt(lo::Expression(v.width) <= size.width(), priorities[0], {}));
+                addAt(lo::Expression(v.width) <= size.width(), priorities[0], nullptr));
             entry.intrinsic.push_back(
-                addAt(lo::Expression(v.width) >= size.width(), priorities[1], {}));
+                addAt(lo::Expression(v.width) >= size.width(), priorities[1], nullptr));
         }
         if (size.height() >= 0) {
             entry.intrinsic.push_back(
-                addAt(lo::Expression(v.height) <= size.height(), priorities[2], {}));
+                addAt(lo::Expression(v.height) <= size.height(), priorities[2], nullptr));
             entry.intrinsic.push_back(
-                addAt(lo::Expression(v.height) >= size.height(), priorities[3], {}));
+                addAt(lo::Expression(v.height) >= size.height(), priorities[3], nullptr));
         }
     }
 
@@ -249,12 +261,18 @@ struct LayoutEngine::State {
                            lo::Variable(name + QStringLiteral(".top")),
                            lo::Variable(name + QStringLiteral(".width")),
                            lo::Variable(name + QStringLiteral(".height"))};
-            entry->sizeBounds = {addAt(lo::Expression(entry->vars.width) >= 0.0, 1000.0f, {}),
-                                 addAt(lo::Expression(entry->vars.height) >= 0.0, 1000.0f, {})};
+            entry->sizeBounds = {
+                addAt(lo::Expression(entry->vars.width) >= 0.0, 1000.0f, nullptr),
+                addAt(lo::Expression(entry->vars.height) >= 0.0, 1000.0f, nullptr)};
             place(*entry, view, parent);
         } else if (!entry->seen) {
             const bool pinned = isRoot || view.translatesAutoresizingMaskIntoConstraints();
-            if (entry->parent != superview.get() || entry->pinned != pinned) {
+            const bool sameParent =
+                entry->parent == superview.get() &&
+                (parent == nullptr
+                     ? !entry->parentVars
+                     : entry->parentVars && entry->parentVars->left.is(parent->vars.left));
+            if (!sameParent || entry->pinned != pinned) {
                 place(*entry, view, parent);
             } else {
                 repin(*entry, view);
@@ -340,7 +358,8 @@ struct LayoutEngine::State {
             } else {
                 if (entry.constant != c->constant()) {
                     entry.constant = c->constant();
-                    updateConstant(entry.constraint, -entry.constant, c->description());
+                    updateConstant(entry.constraint, -entry.constant,
+                                   [&c] { return c->description(); });
                 }
                 return;
             }
@@ -352,7 +371,7 @@ struct LayoutEngine::State {
         if (!translated) {
             return;
         }
-        ConstraintEntry entry{c, addAt(*translated, c->priority(), c->description()), c->constant(),
+        ConstraintEntry entry{c, addAt(*translated, c->priority(), c.get()), c->constant(),
                               c->priority(), true};
         constraints.emplace(c.get(), std::move(entry));
     }
@@ -406,6 +425,19 @@ struct LayoutEngine::State {
         }
     }
 
+    void reapplyInside(View& view) {
+        bool any = false;
+        for (const ViewPtr& s : view.subviews()) {
+            if (ViewEntry* entry = find(*s); entry != nullptr && !entry->pinned) {
+                entry->pending = true;
+                any = true;
+            }
+        }
+        if (any) {
+            view.setNeedsLayout();
+        }
+    }
+
     void applyNotes() {
         for (const auto& weak : placements) {
             if (auto view = weak.lock()) {
@@ -430,7 +462,8 @@ struct LayoutEngine::State {
             if (it != constraints.end() && it->second.source.lock() == c &&
                 it->second.constant != c->constant()) {
                 it->second.constant = c->constant();
-                updateConstant(it->second.constraint, -it->second.constant, c->description());
+                updateConstant(it->second.constraint, -it->second.constant,
+                               [&c] { return c->description(); });
             }
         }
     }
@@ -442,10 +475,8 @@ struct LayoutEngine::State {
         for (auto& [key, entry] : views) {
             const Variables& v = entry.vars;
             QRectF rect(v.left.value(), v.top.value(), v.width.value(), v.height.value());
-            if (entry.parent != nullptr) {
-                if (const ViewEntry* parent = find(*entry.parent)) {
-                    rect.translate(-parent->vars.left.value(), -parent->vars.top.value());
-                }
+            if (entry.parentVars) {
+                rect.translate(-entry.parentVars->left.value(), -entry.parentVars->top.value());
             }
             if (entry.solvedOnce && near(rect, entry.solved)) {
                 continue;
@@ -505,6 +536,15 @@ void LayoutEngine::notePlacementChange(View& view) {
     }
 }
 
+void LayoutEngine::noteResize(View& view) {
+    if (view.subviews().empty()) {
+        return;
+    }
+    if (LayoutEngine* engine = engineOf(view)) {
+        engine->_state->resized.push_back(view.weak_from_this());
+    }
+}
+
 void LayoutEngine::noteIntrinsicChange(View& view) {
     if (LayoutEngine* engine = engineOf(view)) {
         engine->_state->intrinsics.push_back(view.weak_from_this());
@@ -528,6 +568,11 @@ void LayoutEngine::sync(View& root) {
     state.placements.clear();
     state.intrinsics.clear();
     state.readSolution();
+    for (const auto& weak : std::exchange(state.resized, {})) {
+        if (auto view = weak.lock()) {
+            state.reapplyInside(*view);
+        }
+    }
 }
 
 void LayoutEngine::layoutTree(View& view) {
@@ -567,6 +612,8 @@ void LayoutEngine::layout(View& root) {
         engine = root._rootLayoutEngine.get();
     }
     ++tlsDepth;
+    LayoutEngine* const outerEngine = std::exchange(tlsEngine, engine);
+    const View* const outerRoot = std::exchange(tlsRoot, &root);
     // A pass whose frame writes changed what the solver knows (a translated
     // subview resized with its superview) runs again, a few times at most.
     for (int round = 0; round < kMaxRounds; ++round) {
@@ -584,11 +631,16 @@ void LayoutEngine::layout(View& root) {
             break;
         }
     }
+    tlsEngine = outerEngine;
+    tlsRoot = outerRoot;
     --tlsDepth;
 }
 
 void LayoutEngine::applyFrames(View& view) {
-    LayoutEngine* engine = engineOf(view);
+    LayoutEngine* engine = tlsEngine;
+    if (engine == nullptr || !view.isDescendantOfView(tlsRoot)) {
+        engine = engineOf(view);
+    }
     if (engine == nullptr) {
         return;
     }

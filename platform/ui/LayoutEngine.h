@@ -41,6 +41,9 @@ public:
     static void notePlacementChange(View& view);
     /// A view's intrinsic size or its hugging or resistance changed.
     static void noteIntrinsicChange(View& view);
+    /// A view's bounds changed size: its constrained subviews take their
+    /// solved frames again at its next layout.
+    static void noteResize(View& view);
 
     /// Runs a layout pass over the tree whose root is root.
     static void layout(View& root);

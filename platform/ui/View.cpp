@@ -119,6 +119,7 @@ void View::setFrame(const QRectF& frame) {
     _layer->setFrame(frame);
     notePlacementChange();
     if (bounds().size() != oldSize) {
+        LayoutEngine::noteResize(*this);
         setNeedsLayout();
         if (_autoresizesSubviews) {
             for (const ViewPtr& subview : _subviews) {
@@ -154,6 +155,7 @@ void View::setBounds(const QRectF& bounds) {
     _layer->setBounds(bounds);
     notePlacementChange();
     if (old.size() != bounds.size()) {
+        LayoutEngine::noteResize(*this);
         setNeedsLayout();
         if (_autoresizesSubviews) {
             for (const ViewPtr& subview : _subviews) {
@@ -589,6 +591,10 @@ void View::drawLayer(Layer& /*layer*/, QPainter& context) {
 }
 
 void View::layoutSublayersOfLayer(Layer& /*layer*/) {}
+
+bool View::declinesActions(const Layer& /*layer*/) const {
+    return !ViewAnimationBlock::isInsideBlock();
+}
 
 void View::layerNeedsLayout(Layer& /*layer*/) {
     // Sublayers added to the view's layer are placed by layoutSubviews.

@@ -265,6 +265,7 @@ public:
     void drawLayer(Layer& layer, QPainter& context) override;
     void layoutSublayersOfLayer(Layer& layer) override;
     void layerNeedsLayout(Layer& layer) override;
+    bool declinesActions(const Layer& layer) const override;
     bool layerDrawsContent(const Layer& layer) const override;
 
 protected:

@@ -97,6 +97,48 @@ TEST_F(ViewsTest, ScreenOfBarsAndButtonsLaysOutAsComputedByHand) {
     EXPECT_EQ(shutter->frame().x(), (667 - 66) / 2.0);
 }
 
+TEST_F(ViewsTest, AHandSetFrameStaysUntilItsConstraintsOrItsSuperviewChange) {
+    using A = LayoutAttribute;
+    auto banner = constrainedView(window);
+    auto icon = constrainedView(banner);
+    auto spacing = pin(banner, A::Top, window, A::Top, 40);
+    window->addConstraints({pin(banner, A::Leading, window, A::Leading, 20),
+                            pin(banner, A::Trailing, window, A::Trailing, -20), spacing,
+                            size(banner, A::Height, 60)});
+    banner->addConstraints({pin(icon, A::Leading, banner, A::Leading, 8),
+                            pin(icon, A::Top, banner, A::Top, 6), size(icon, A::Width, 24),
+                            size(icon, A::Height, 24)});
+    window->layoutIfNeeded();
+    ASSERT_EQ(banner->frame(), QRectF(20, 40, 335, 60));
+
+    // Moved by hand (as an animation block does): passes leave it there,
+    // and its subviews keep their places inside it.
+    banner->setFrame({0, -100, 375, 50});
+    for (int pass = 0; pass < 3; ++pass) {
+        window->layoutIfNeeded();
+        window->snapshot();
+    }
+    EXPECT_EQ(banner->frame(), QRectF(0, -100, 375, 50));
+    EXPECT_EQ(icon->frame(), QRectF(8, 6, 24, 24));
+
+    // A constraint that moves it puts it back under the constraints' rule.
+    spacing->setConstant(50);
+    window->layoutIfNeeded();
+    EXPECT_EQ(banner->frame(), QRectF(20, 50, 335, 60));
+
+    // So does a new size of its superview, even one that leaves its
+    // constrained place as it was.
+    banner->setFrame({0, -100, 375, 50});
+    window->layoutIfNeeded();
+    EXPECT_EQ(banner->frame().y(), -100);
+    window->setFrame({0, 0, 375, 700});
+    window->layoutIfNeeded();
+    EXPECT_EQ(banner->frame(), QRectF(20, 50, 335, 60));
+    window->setFrame({0, 0, 667, 375});
+    window->layoutIfNeeded();
+    EXPECT_EQ(banner->frame(), QRectF(20, 50, 627, 60));
+}
+
 TEST_F(ViewsTest, PrioritiesDecideConflictsAndIntrinsicSizesHugAndResist) {
     using A = LayoutAttribute;
     auto box = constrainedView(window);

@@ -2,31 +2,38 @@
 // it, and writes the confirmed image.
 //
 //   qxd-manual-edit [image] [--output path] [--help-message text]
-//                   [--offscreen] [--screenshot path] [--sample-size WxH]
+//                   [--offscreen] [--close] [--screenshot path] [--sample-size WxH]
 //
 // Without an image it edits a test card of its own (at WxH pixels with
-// --sample-size). Photos of any camera open, 48 megapixels and more. With a display the screen
-// opens in a window; confirm writes the image (default ./out/edited.png) and
-// quits, cancel quits without writing. Without a display (or with
-// --offscreen) the program drives the screen itself: it turns the image right
-// once with the rotation button, lets the animation run out and confirms.
+// --sample-size). Photos of any camera open, 48 megapixels and more. With a
+// display the screen opens in a window that fits the screen; confirm writes
+// the image (default ./out/edited.png) and quits, cancel (or closing the
+// window) quits without writing. Keys: Left and Right turn, Return confirms,
+// Escape cancels, Tab moves among the buttons and Space presses one. Without
+// a display (or with --offscreen) the program drives the screen itself with
+// those keys: it turns the image right, left and right again, lets each turn
+// run out and confirms with Return (or, with --close, closes the window).
 
 #include "ExampleSupport.h"
 #include "QXDManualEditController.h"
 #include "SampleCard.h"
+#include "WindowPlacement.h"
 #include "platform/environment/Environment.h"
 #include "platform/foundation/RunLoop.h"
 #include "platform/graphics/Image.h"
+#include "platform/ui/AccessibleElements.h"
 #include "platform/ui/Button.h"
 #include "platform/ui/OffscreenRender.h"
 #include "platform/ui/QtWindowHost.h"
 #include "platform/ui/Window.h"
+#include "platform/ui/WindowAccess.h"
 
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QImageReader>
+#include <QKeyEvent>
 
 #include <cstdlib>
 #include <cstring>
@@ -41,7 +48,7 @@ constexpr double kTurnDuration = 0.3;
 // Qt refuses to decode images over 128 MB by default; a 48 MP photo
 // (8000x6000) takes 192 MB decoded. Allow photos up to about 250 MP.
 constexpr int kImageAllocationLimitMegabytes = 1024;
-// A phone-sized window, whatever the screen.
+// A phone-sized window, made smaller where the screen is smaller.
 constexpr QSize kWindowSize(375, 667);
 
 bool asksForOffscreen(int argc, char** argv) {
@@ -84,25 +91,76 @@ private:
     std::function<void(int)> _finish;
 };
 
-// Turns right once, as a user's tap on the button would, lets the turn's
-// animation run out on the manual clock, and confirms.
-void driveOffscreen(platform::Window& window, QXDManualEditController& controller,
-                    const QString& screenshot) {
+// The screen's keys, acting as the buttons do (not while a turn runs, when
+// the buttons are disabled, nor while the help alert is in front).
+void bindKeys(platform::Window& window,
+              const std::shared_ptr<QXDManualEditController>& controller) {
+    const auto bind = [&](int key, const char* title, auto button) {
+        const std::weak_ptr<QXDManualEditController> weak = controller;
+        window.access().addKeyCommand({key, Qt::NoModifier, QString::fromLatin1(title),
+                                       [weak, button] {
+                                           if (const auto c = weak.lock()) {
+                                               platform::accessible::press(*((*c).*button)());
+                                           }
+                                       },
+                                       controller});
+    };
+    bind(Qt::Key_Left, "Turn left", &QXDManualEditController::rotateLeftButton);
+    bind(Qt::Key_Right, "Turn right", &QXDManualEditController::rotateRightButton);
+    bind(Qt::Key_Return, "Confirm", &QXDManualEditController::confirmButton);
+    bind(Qt::Key_Enter, "Confirm", &QXDManualEditController::confirmButton);
+    bind(Qt::Key_Escape, "Cancel", &QXDManualEditController::cancelButton);
+}
+
+// Closing the window cancels, as the cancel button does.
+class CancelOnClose : public QObject {
+public:
+    explicit CancelOnClose(std::weak_ptr<QXDManualEditController> controller)
+        : _controller(std::move(controller)) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::Close) {
+            if (const auto controller = _controller.lock()) {
+                controller->cancelButton()->sendActionsForControlEvents(
+                    platform::control_event::kTouchUpInside);
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    std::weak_ptr<QXDManualEditController> _controller;
+};
+
+void sendKey(QWindow& host, int key) {
+    QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
+    QKeyEvent release(QEvent::KeyRelease, key, Qt::NoModifier);
+    QCoreApplication::sendEvent(&host, &press);
+    QCoreApplication::sendEvent(&host, &release);
+}
+
+// Uses the keys a user would, letting each turn's animation run out on the
+// manual clock, then confirms (or closes the window).
+void driveOffscreen(platform::QtWindowHost& host, QXDManualEditController& controller,
+                    const QString& screenshot, bool close) {
     auto& loop = platform::RunLoop::main();
-    window.makeKeyAndVisible();
+    host.show();
     loop.advance(1.0);  // appearance, and the help alert's arrival if there is help
     if (controller.presentedViewController()) {
-        print(QStringLiteral("help shown: \"%1\"; dismissing it").arg(controller.helpMessage()));
-        controller.dismissViewControllerAnimated(false);
+        print(QStringLiteral("help shown: \"%1\"; Escape dismisses it")
+                  .arg(controller.helpMessage()));
+        sendKey(host, Qt::Key_Escape);
         loop.advance(1.0);
     }
 
     const auto original = controller.modifiedImage()->size();
-    controller.rotateRightButton()->sendActionsForControlEvents(
-        platform::control_event::kTouchUpInside);
-    loop.advance(kTurnDuration);
+    for (const int key : {Qt::Key_Right, Qt::Key_Left, Qt::Key_Right}) {
+        sendKey(host, key);
+        loop.advance(kTurnDuration);
+    }
     const auto turned = controller.modifiedImage()->size();
-    print(QStringLiteral("turned right: %1x%2 pt -> %3x%4 pt")
+    print(QStringLiteral("keys Right, Left, Right: %1x%2 pt -> %3x%4 pt")
               .arg(original.width())
               .arg(original.height())
               .arg(turned.width())
@@ -110,15 +168,20 @@ void driveOffscreen(platform::Window& window, QXDManualEditController& controlle
 
     if (!screenshot.isEmpty()) {
         QDir().mkpath(QFileInfo(screenshot).absolutePath());
-        if (platform::renderToPng(window, screenshot, platform::Screen::main().scale())) {
+        if (platform::renderToPng(*host.hostedWindow(), screenshot,
+                                  platform::Screen::main().scale())) {
             print(QStringLiteral("screen written to %1").arg(screenshot));
         } else {
             printError(QStringLiteral("cannot write %1").arg(screenshot));
         }
     }
 
-    controller.confirmButton()->sendActionsForControlEvents(
-        platform::control_event::kTouchUpInside);
+    if (close) {
+        print(QStringLiteral("closing the window"));
+        host.close();
+    } else {
+        sendKey(host, Qt::Key_Return);
+    }
 }
 
 }  // namespace
@@ -146,6 +209,9 @@ int main(int argc, char** argv) {
                                                QStringLiteral("text"));
     const QCommandLineOption offscreenOption(QStringLiteral("offscreen"),
                                              QStringLiteral("Drive the screen without a display."));
+    const QCommandLineOption closeOption(
+        QStringLiteral("close"),
+        QStringLiteral("Offscreen: close the window instead of confirming."));
     const QCommandLineOption screenshotOption(
         QStringLiteral("screenshot"),
         QStringLiteral("Offscreen: also write the screen after the turn."), QStringLiteral("path"));
@@ -153,8 +219,8 @@ int main(int argc, char** argv) {
         QStringLiteral("sample-size"),
         QStringLiteral("Without an image: the test card's size in pixels (600x800)."),
         QStringLiteral("WxH"));
-    parser.addOptions(
-        {outputOption, helpMessageOption, offscreenOption, screenshotOption, sampleSizeOption});
+    parser.addOptions({outputOption, helpMessageOption, offscreenOption, closeOption,
+                       screenshotOption, sampleSizeOption});
     parser.process(app);
     QImageReader::setAllocationLimit(kImageAllocationLimitMegabytes);
 
@@ -198,13 +264,19 @@ int main(int argc, char** argv) {
     const auto controller = QXDManualEditController::initWithImage(image, helpMessage);
     const auto window = platform::Window::create(QRectF(QPointF(), QSizeF(kWindowSize)));
     window->setRootViewController(controller);
+    bindKeys(*window, controller);
+    CancelOnClose cancelOnClose(controller);
 
     int exitCode = EXIT_FAILURE;
     if (offscreen) {
         platform::RunLoop::main().useManualClock();
         controller->setDelegate(std::make_shared<SaveOnConfirm>(
             parser.value(outputOption), [&exitCode](int code) { exitCode = code; }));
-        driveOffscreen(*window, *controller, parser.value(screenshotOption));
+        platform::QtWindowHost host(window);
+        host.installEventFilter(&cancelOnClose);
+        host.resize(kWindowSize);
+        driveOffscreen(host, *controller, parser.value(screenshotOption),
+                       parser.isSet(closeOption));
         // The delegate holds nothing of the screen, but let go of it anyway.
         controller->setDelegate(nullptr);
         return exitCode;
@@ -215,7 +287,8 @@ int main(int argc, char** argv) {
     platform::RunLoop::main().attachToQt();
     platform::QtWindowHost host(window);
     host.setTitle(QStringLiteral("Manual edit"));
-    host.resize(kWindowSize);
+    host.installEventFilter(&cancelOnClose);
+    examples::placeOnScreen(host, kWindowSize);
     host.show();
     exitCode = QGuiApplication::exec();
     controller->setDelegate(nullptr);

@@ -15,6 +15,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The development files need Qt's too, as the headers include Qt's.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "qt6-base-dev (>= ${QXD_QT_MINIMUM}), qt6-multimedia-dev (>= ${QXD_QT_MINIMUM})")
+# The faces the screens' fonts are drawn with (Latin and Japanese titles).
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-roboto-unhinted, fonts-ipafont-gothic")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "A camera engine, a full-screen capture screen with overlay feedback and a
  manual edit screen, embedded in a Qt Widgets or Qt GUI application. Built

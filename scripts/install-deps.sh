@@ -13,7 +13,7 @@ packages=(
   qt6-multimedia-dev qt6-declarative-dev qt6-speech-dev qt6-speech-flite-plugin
   qt6-qpa-plugins libgl-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good
-  fonts-dejavu-core
+  fonts-dejavu-core fonts-roboto-unhinted fonts-ipafont-gothic
   python3-kiwisolver
 )
 

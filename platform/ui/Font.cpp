@@ -38,6 +38,20 @@ QString withoutSpaces(QString text) {
     return text.remove(QLatin1Char(' ')).toLower();
 }
 
+// Installed faces that stand in for the platform's families when those are
+// not installed, chosen for close widths and a full range of weights (Thin
+// and Light included): Roboto (Debian's fonts-roboto-unhinted) sets the
+// button titles in the same room as the platform's faces. Keys are family
+// names without spaces, lower case; "" is the system font.
+struct Substitute {
+    const char* family;
+    const char* standIn;
+};
+constexpr Substitute kSubstitutes[] = {
+    {"helveticaneue", "Roboto"}, {"helvetica", "Roboto"}, {"sfuitext", "Roboto"},
+    {"sfuidisplay", "Roboto"},   {"", "Roboto"},
+};
+
 // The installed family whose name equals the wanted one ignoring spaces and
 // case ("HelveticaNeue" finds "Helvetica Neue"); empty when there is none.
 QString installedFamily(const QString& wanted) {
@@ -49,10 +63,30 @@ QString installedFamily(const QString& wanted) {
     return it == families.end() ? QString() : *it;
 }
 
+// The family to draw wanted with: itself when installed, else its installed
+// stand-in; empty when neither is installed.
+QString familyFor(const QString& wanted) {
+    if (!wanted.isEmpty()) {
+        if (QString family = installedFamily(wanted); !family.isEmpty()) {
+            return family;
+        }
+    }
+    const QString key = withoutSpaces(wanted);
+    for (const Substitute& substitute : kSubstitutes) {
+        if (key == QLatin1String(substitute.family)) {
+            return installedFamily(QLatin1String(substitute.standIn));
+        }
+    }
+    return {};
+}
+
 QFont baseFont(double size) {
     QFont font;
     font.setStyleHint(QFont::SansSerif);
     font.setPixelSize(pixelSize(size));
+    if (const QString family = familyFor({}); !family.isEmpty()) {
+        font.setFamily(family);
+    }
     return font;
 }
 
@@ -74,7 +108,7 @@ QFont fontWithName(const QString& name, double size) {
             break;
         }
     }
-    if (const QString family = installedFamily(familyPart); !family.isEmpty()) {
+    if (const QString family = familyFor(familyPart); !family.isEmpty()) {
         font.setFamily(family);
     }
     return font;

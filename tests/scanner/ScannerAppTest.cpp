@@ -4,6 +4,7 @@
 #include "DocumentOutput.h"
 #include "PreviewMapping.h"
 #include "QXDCameraController.h"
+#include "QXDPolygonLayer.h"
 #include "Quad.h"
 #include "ScanSession.h"
 
@@ -254,6 +255,44 @@ TEST_F(ScannerScreen, KeysTakeThePictureAndTheEditScreenAnswersItsOwnKeys) {
     ASSERT_EQ(session->pages().size(), 1u);
     // Turned once to the right: the page lies on its side.
     EXPECT_GT(session->pages().front().width(), session->pages().front().height());
+}
+
+TEST(PreviewMapping, KeyPointsLandOnTheAspectFilledPageWhateverTheStatusBarSays) {
+    // The screen's transform stretches the frame onto the view unevenly, and
+    // its polygon layer then turns points to the status bar's orientation;
+    // the key points handed over must end where the aspect-filled preview
+    // shows the page.
+    const QSize frame(1080, 1920);
+    const scanner::Quad page = {QPointF(200, 300), QPointF(900, 280), QPointF(950, 1500),
+                                QPointF(150, 1550)};
+    const auto layer = QXDPolygonLayer::create();
+    const QRectF screenBefore = Screen::main().bounds();
+    Screen::main().setBounds(QRectF(0, 0, 375, 667));
+    for (const int orientation :
+         {interface_orientation::kPortrait, interface_orientation::kLandscapeRight,
+          interface_orientation::kLandscapeLeft}) {
+        SCOPED_TRACE(orientation);
+        Application::shared().setStatusBarOrientation(orientation);
+        const QSizeF view =
+            orientation == interface_orientation::kPortrait ? QSizeF(375, 667) : QSizeF(667, 375);
+        const QTransform stretch(view.width() / frame.width(), 0, 0, view.height() / frame.height(),
+                                 -12.5, 7);
+        const std::vector<QPointF> points =
+            scanner::keyPointsForPreview(page, frame, view, stretch, orientation, 667);
+        ASSERT_EQ(points.size(), 4u);
+        const QTransform fill = scanner::aspectFill(frame, view);
+        for (int i = 0; i < 4; ++i) {
+            const QPointF drawn = layer->adaptPointToOrientation(stretch.map(points[i]));
+            EXPECT_LT(QLineF(drawn, fill.map(page[i])).length(), 1e-6) << "corner " << i;
+        }
+    }
+    EXPECT_TRUE(scanner::keyPointsForPreview(page, frame, QSizeF(375, 667),
+                                             QTransform(0, 0, 0, 0, 0, 0),
+                                             interface_orientation::kPortrait, 667)
+                    .empty())
+        << "a transform that cannot be undone";
+    Application::shared().setStatusBarOrientation(interface_orientation::kPortrait);
+    Screen::main().setBounds(screenBefore);
 }
 
 // Where the virtual page lies in the engine's stills, as the default back

@@ -2,14 +2,16 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cmath>
 
 namespace scanner {
 
 QImage flattenPage(const QImage& picture, const Quad& outline) {
     const QSizeF sides = meanSides(outline);
-    const int width = static_cast<int>(std::lround(sides.width()));
-    const int height = static_cast<int>(std::lround(sides.height()));
+    const double trim = std::max(1.0, 0.003 * std::min(sides.width(), sides.height()));
+    const int width = static_cast<int>(std::lround(sides.width() - 2 * trim));
+    const int height = static_cast<int>(std::lround(sides.height() - 2 * trim));
     if (picture.isNull() || width < 2 || height < 2 || !isConvex(outline) ||
         double(width) * height > 16.0 * picture.width() * picture.height()) {
         return {};
@@ -28,10 +30,10 @@ QImage flattenPage(const QImage& picture, const Quad& outline) {
                                  {float(outline[1].x() - 0.5), float(outline[1].y() - 0.5)},
                                  {float(outline[2].x() - 0.5), float(outline[2].y() - 0.5)},
                                  {float(outline[3].x() - 0.5), float(outline[3].y() - 0.5)}};
-    const cv::Point2f to[4] = {{-0.5f, -0.5f},
-                               {float(width) - 0.5f, -0.5f},
-                               {float(width) - 0.5f, float(height) - 0.5f},
-                               {-0.5f, float(height) - 0.5f}};
+    const float low = float(-0.5 - trim);
+    const float right = float(width - 0.5 + trim);
+    const float bottom = float(height - 0.5 + trim);
+    const cv::Point2f to[4] = {{low, low}, {right, low}, {right, bottom}, {low, bottom}};
     cv::warpPerspective(input, output, cv::getPerspectiveTransform(from, to), output.size(),
                         cv::INTER_LINEAR, cv::BORDER_REPLICATE);
     return page;

@@ -8,8 +8,10 @@ namespace scanner {
 
 /// The page inside outline made flat: a rectangle as wide as the outline's
 /// top and bottom sides on average and as tall as its left and right sides,
-/// in the picture's pixels; RGB32 (Grayscale8 for a grey picture). Null for
-/// a degenerate outline.
+/// in the picture's pixels; RGB32 (Grayscale8 for a grey picture). A hair
+/// (0.3% of the shorter side, at least a pixel) is trimmed from each edge,
+/// where the page's border blends with what lies beyond it. Null for a
+/// degenerate outline.
 QImage flattenPage(const QImage& picture, const Quad& outline);
 
 /// Where an outline found in a frame lies in a still of another size taken

@@ -256,6 +256,48 @@ TEST_F(ViewControllersTest, UnanimatedPresentationCompletesOnTheNextTurn) {
     EXPECT_EQ(completions, 1);
 }
 
+// Presents a help screen over itself from its viewDidAppear, as screens that
+// show help on every appearance do.
+class PresentsOnAppear : public ViewController {
+public:
+    static std::shared_ptr<PresentsOnAppear> create() { return make<PresentsOnAppear>(); }
+    void viewDidAppear(bool animated) override {
+        ViewController::viewDidAppear(animated);
+        if (!presentedViewController()) {
+            auto help = ViewController::create();
+            help->setModalPresentationStyle(ModalPresentationStyle::OverFullScreen);
+            presentViewController(help, false);
+        }
+    }
+};
+
+TEST_F(ViewControllersTest, AScreenMayPresentFromViewDidAppearAfterEitherTransition) {
+    auto root = showRoot();
+    Log lines;
+    log::ScopedSink sink([&](const QString& line) { lines.push_back(line); });
+    auto screen = PresentsOnAppear::create();
+    root->presentViewController(screen, true);
+    RunLoop::main().advance(0.31);
+    RunLoop::main().runPending();
+    ASSERT_NE(screen->presentedViewController(), nullptr) << "presented once it appeared";
+
+    // A full-screen modal over it comes and goes: it appears again and
+    // presents again.
+    screen->dismissViewControllerAnimated(false);
+    RunLoop::main().runPending();
+    ASSERT_EQ(screen->presentedViewController(), nullptr);
+    auto modal = ViewController::create();
+    modal->setModalPresentationStyle(ModalPresentationStyle::FullScreen);
+    screen->presentViewController(modal, true);
+    RunLoop::main().advance(0.31);
+    screen->dismissViewControllerAnimated(true);
+    RunLoop::main().advance(0.31);
+    RunLoop::main().runPending();
+    EXPECT_NE(screen->presentedViewController(), nullptr);
+    EXPECT_NE(screen->presentedViewController(), modal);
+    EXPECT_EQ(lines, Log{});
+}
+
 // --- Alerts -------------------------------------------------------------------------
 
 TEST_F(ViewControllersTest, AlertShowsItsTextsAndButtonsAndDismissesThroughAnAction) {

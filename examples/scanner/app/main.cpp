@@ -20,6 +20,7 @@
 #include "QXDCameraController.h"
 #include "ScanSession.h"
 #include "ScannerOptions.h"
+#include "WindowPlacement.h"
 #include "platform/capture/CameraChoice.h"
 #include "platform/capture/CaptureSession.h"
 #include "platform/capture/QtCameraSource.h"
@@ -30,7 +31,6 @@
 
 #include <QDir>
 #include <QGuiApplication>
-#include <QScreen>
 #include <QTimer>
 
 #include <cstdio>
@@ -103,15 +103,10 @@ bool chooseCamera(const scanner::ScannerOptions& options, bool headless, long& p
     return false;
 }
 
-/// A window at the frames' 9:16 that fits the screen (pad layout: 4:3 wide).
-QSizeF windowSizeFor(bool pad) {
-    QRectF available(0, 0, 1280, 800);
-    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
-        available = screen->availableGeometry();
-    }
-    const double height = std::min(available.height() * 0.9, 900.0);
-    const QSizeF wanted = pad ? QSizeF(height * 4 / 3, height) : QSizeF(height * 9 / 16, height);
-    return wanted.boundedTo(available.size() * 0.95);
+/// The window wanted: narrow at the frames' 9:16 for the phone layout, wide
+/// at 4:3 for the pad layout; placing it on the screen scales it to fit.
+QSize windowSizeFor(bool pad) {
+    return pad ? QSize(1024, 768) : QSize(450, 800);
 }
 
 }  // namespace
@@ -142,7 +137,7 @@ int main(int argc, char** argv) {
     const bool pad = options.idiom ? *options.idiom == platform::idiom::kPad : false;
     platform::Device::current().setUserInterfaceIdiom(pad ? platform::idiom::kPad
                                                           : platform::idiom::kPhone);
-    const QSizeF size = offscreen ? kHeadlessWindow : windowSizeFor(pad);
+    const QSizeF size = offscreen ? kHeadlessWindow : QSizeF(windowSizeFor(pad));
 
     const auto controller = QXDCameraController::init();
     controller->setInitialDevicePosition(position);
@@ -183,7 +178,7 @@ int main(int argc, char** argv) {
     } else {
         host = std::make_unique<platform::QtWindowHost>(window);
         host->setTitle(QStringLiteral("Document scanner"));
-        host->resize(size.toSize());
+        examples::placeOnScreen(*host, size.toSize());
         host->show();
     }
     const int code = QGuiApplication::exec();

@@ -108,7 +108,9 @@ public:
     View& operator=(const View&) = delete;
 
     // Geometry, in the superview's coordinates (frame, center) or the
-    // view's own (bounds).
+    // view's own (bounds). On a view placed by constraints a frame set by
+    // hand stays until its constraints, its superview's size or its
+    // intrinsic size change.
     QRectF frame() const;
     void setFrame(const QRectF& frame);
     QRectF bounds() const;

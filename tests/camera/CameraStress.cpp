@@ -38,7 +38,7 @@
 
 namespace {
 
-constexpr double kWait = 20.0;  // seconds; a guard against hangs
+constexpr double kWait = 60.0;  // seconds; a guard against hangs
 
 class Host : public QXDCameraDelegate {
 public:

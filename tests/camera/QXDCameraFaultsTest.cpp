@@ -26,7 +26,7 @@ namespace {
 using platform::VirtualCamera;
 using platform::VirtualCameraConfiguration;
 
-constexpr double kWait = 10.0;  // seconds; only a guard against hangs
+constexpr double kWait = 60.0;  // seconds; only a guard against hangs (sanitizers are slow)
 
 // Records what the host sees; may keep every frame it gets, as a host that
 // stores images for later does.

@@ -30,7 +30,7 @@ using platform::VirtualCamera;
 using platform::VirtualCameraConfiguration;
 namespace preset = platform::session_preset;
 
-constexpr double kWait = 10.0;  // seconds; only a guard against hangs
+constexpr double kWait = 60.0;  // seconds; only a guard against hangs (sanitizers are slow)
 
 // Records every engine event with the queue it arrived on.
 class RecordingDelegate : public QXDCameraDelegate {

@@ -9,6 +9,7 @@
 #include "platform/ui/Window.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace platform::accessible {
 namespace {
@@ -75,8 +76,9 @@ std::vector<ViewPtr> elements(const ViewPtr& root) {
     }
     collect(root, found);
 
-    // Rows: an element whose centre lies within the first element of the
-    // current row (top to bottom) joins that row.
+    // Rows: elements whose centres lie within half the smaller height of
+    // each other read as one row, left to right. A tall element (a full
+    // screen view finder) is a row of its own.
     struct Placed {
         ViewPtr view;
         QRectF frame;
@@ -89,12 +91,15 @@ std::vector<ViewPtr> elements(const ViewPtr& root) {
     std::stable_sort(placed.begin(), placed.end(), [](const Placed& a, const Placed& b) {
         return a.frame.center().y() < b.frame.center().y();
     });
+    const auto sameRow = [](const QRectF& a, const QRectF& b) {
+        return std::abs(a.center().y() - b.center().y()) < std::min(a.height(), b.height()) / 2.0;
+    };
     std::vector<ViewPtr> ordered;
     ordered.reserve(placed.size());
     for (std::size_t start = 0; start < placed.size();) {
         const QRectF& first = placed[start].frame;
         std::size_t end = start + 1;
-        while (end < placed.size() && placed[end].frame.center().y() <= first.bottom()) {
+        while (end < placed.size() && sameRow(first, placed[end].frame)) {
             ++end;
         }
         std::stable_sort(placed.begin() + static_cast<std::ptrdiff_t>(start),
@@ -141,9 +146,29 @@ bool isPressable(const View& view) {
     if (!view.isUserInteractionEnabled()) {
         return false;
     }
-    const auto& recognizers = view.gestureRecognizers();
-    return std::any_of(recognizers.begin(), recognizers.end(),
-                       [](const auto& r) { return r->isEnabled(); });
+    const auto takesTaps = [](const View& v) {
+        const auto& recognizers = v.gestureRecognizers();
+        return std::any_of(recognizers.begin(), recognizers.end(),
+                           [](const auto& r) { return r->isEnabled(); });
+    };
+    if (takesTaps(view)) {
+        return true;
+    }
+    // A tap at the centre also reaches the recognisers of the ancestors (a
+    // screen that focuses where its view finder is tapped); static text is
+    // read, not pressed.
+    if (traits(view) & accessibility_traits::kStaticText) {
+        return false;
+    }
+    for (const View* v = view.superview().get(); v != nullptr; v = v->superview().get()) {
+        if (!v->isUserInteractionEnabled()) {
+            return false;
+        }
+        if (takesTaps(*v)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool press(View& view) {

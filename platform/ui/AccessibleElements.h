@@ -28,8 +28,8 @@ ViewPtr frontScreen(Window& window);
 bool isShown(const View& view);
 
 /// The accessibility elements under root that are shown, in reading order:
-/// top to bottom by rows, left to right within a row. Elements hide their
-/// own subviews.
+/// top to bottom by rows (centres within half the smaller height of each
+/// other), left to right within a row. Elements hide their own subviews.
 std::vector<ViewPtr> elements(const ViewPtr& root);
 
 /// The view's traits: its own when it has any, else those of its kind, plus
@@ -37,7 +37,8 @@ std::vector<ViewPtr> elements(const ViewPtr& root);
 unsigned traits(const View& view);
 
 /// Whether the keyboard can focus and press view: an enabled control, or an
-/// element that takes taps through a gesture recogniser of its own.
+/// element (not static text) that a tap at its centre reaches through a
+/// gesture recogniser of its own or of an ancestor.
 bool isPressable(const View& view);
 
 /// Fires view as a tap would: a control sends its touch-up-inside actions,

@@ -207,6 +207,14 @@ void RunLoop::attachToQt() {
             timer->setSingleShot(true);
             timer->setTimerType(Qt::PreciseTimer);
             QObject::connect(timer, &QTimer::timeout, timer, [this] { runDueForQt(); });
+            // With the application gone nothing can run the pending work; it
+            // is let go now, while what it holds (controllers waiting for a
+            // delayed call) can still be torn down, not at static destruction.
+            QObject::connect(timer, &QObject::destroyed, [this] {
+                std::map<Key, Entry> dropped;
+                std::lock_guard entriesLock(_mutex);
+                dropped.swap(_entries);
+            });
             _qtTimer = timer;
         }
     }

@@ -5,7 +5,8 @@
 #   headers   every installed header compiles on its own, with the flags of
 #             the installed pkg-config file
 #   consumer  examples/consumer builds against the prefix with find_package
-#             and runs offscreen, finding the libraries and the resources
+#             and runs offscreen on the virtual cameras until its capture
+#             screen shows a frame, finding the libraries and the resources
 #             without LD_LIBRARY_PATH or QXD_FRAMEWORK_BUNDLE
 #   deb       cpack makes the .deb; its files, control fields and libraries
 #             are checked in a scratch root made with dpkg -x
@@ -79,7 +80,7 @@ consumer)
     { cat "$work/consumer-configure.log" >&2; fail "configuring the consumer failed"; }
   cmake --build "$work/consumer" -j 2 >"$work/consumer-build.log" ||
     { cat "$work/consumer-build.log" >&2; fail "building the consumer failed"; }
-  output=$(cd "$work" && QT_QPA_PLATFORM=offscreen "$work/consumer/qxd-consumer" \
+  output=$(cd "$work" && QT_QPA_PLATFORM=offscreen QXD_CAMERA=virtual "$work/consumer/qxd-consumer" \
     --snapshot "$work/consumer.png" 2>&1) || { echo "$output" >&2; fail "the consumer failed"; }
   echo "$output"
   grep -q "resources: $prefix/share/QXDCameraController/resources" <<<"$output" ||

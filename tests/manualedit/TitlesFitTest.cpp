@@ -9,6 +9,7 @@
 #include "platform/ui/TextLayout.h"
 #include "platform/ui/Window.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFontInfo>
 #include <QFontMetricsF>
@@ -41,7 +42,7 @@ protected:
 // "HelveticaNeue-Light" 17, and the capture screen's cancel button at
 // "HelveticaNeue-THIN" 18, which has the room between the left margin (10)
 // and the centred 100-wide watermark of a 320-wide screen. Writes the edit
-// screen of each language to titles/edit-<language>.png.
+// screen of each language to titles/edit-<language>.png beside the test.
 TEST_F(TitlesFitTest, EveryTitleOfEveryLanguageFitsItsFrame) {
     const QFont light = platform::fontWithName(QStringLiteral("HelveticaNeue-Light"), 17);
     const QFont thin = platform::fontWithName(QStringLiteral("HelveticaNeue-THIN"), 18);
@@ -55,7 +56,8 @@ TEST_F(TitlesFitTest, EveryTitleOfEveryLanguageFitsItsFrame) {
     const QStringList languages = bundle->localizations();
     EXPECT_EQ(languages.size(), 8);
     RunLoop::main().useManualClock();
-    QDir().mkpath(QStringLiteral("titles"));
+    const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/titles");
+    QDir().mkpath(folder);
     for (const QString& language : languages) {
         SCOPED_TRACE(language.toStdString());
         bundle->setPreferredLanguages({language});
@@ -88,8 +90,8 @@ TEST_F(TitlesFitTest, EveryTitleOfEveryLanguageFitsItsFrame) {
             EXPECT_LE(QFontMetricsF(light).horizontalAdvance(title), 80.0);
             EXPECT_LE(QFontMetricsF(light).height(), 30.0);
         }
-        EXPECT_TRUE(platform::renderToPng(*window,
-                                          QStringLiteral("titles/edit-%1.png").arg(language), 2.0));
+        EXPECT_TRUE(platform::renderToPng(
+            *window, QStringLiteral("%1/edit-%2.png").arg(folder, language), 2.0));
     }
 }
 

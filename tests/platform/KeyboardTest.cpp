@@ -124,8 +124,9 @@ TEST_F(KeyboardTest, TabMovesAVisibleRingInReadingOrderAndSpaceOrReturnPresses) 
     // The ring: a blue outline just outside C, drawn over the tree.
     const QImage shot = host->renderImage();
     const double dpr = shot.devicePixelRatio();
-    QDir().mkpath(QStringLiteral("keyboard"));
-    shot.save(QStringLiteral("keyboard/focus-ring.png"));
+    const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/keyboard");
+    QDir().mkpath(folder);
+    shot.save(folder + QStringLiteral("/focus-ring.png"));
     const auto at = [&](double x, double y) { return shot.pixelColor(int(x * dpr), int(y * dpr)); };
     const QColor ring = at(80, 300 - 1.5);
     EXPECT_GT(ring.blue(), 200);

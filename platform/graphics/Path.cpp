@@ -1,6 +1,7 @@
 #include "platform/graphics/Path.h"
 
 #include "platform/graphics/GraphicsContext.h"
+#include "platform/render/PolylineStroke.h"
 
 #include <QPainter>
 
@@ -106,6 +107,12 @@ void BezierPath::stroke() const {
     // The platform limits the miter's length to 10 line widths; Qt measures
     // from the joint, half of that.
     pen.setMiterLimit(5.0);
+    // Straight outlines in an opaque colour (a detected document's, redrawn
+    // every frame) go segment by segment, far cheaper than Qt's outline of a
+    // large path, with the same joins.
+    if (strokeOpaquePolylines(*painter, _path, pen.color(), _lineWidth)) {
+        return;
+    }
     painter->strokePath(_path, pen);
 }
 

@@ -7,6 +7,7 @@
 #include "QXDPolygonLayer.h"
 #include "Quad.h"
 #include "ScanSession.h"
+#include "ScreenShape.h"
 
 #include "platform/capture/CaptureDevice.h"
 #include "platform/capture/CaptureSession.h"
@@ -14,6 +15,7 @@
 #include "platform/environment/Environment.h"
 #include "platform/foundation/Dispatch.h"
 #include "platform/foundation/RunLoop.h"
+#include "platform/ui/Button.h"
 #include "platform/ui/OffscreenRender.h"
 #include "platform/ui/Window.h"
 #include "platform/ui/WindowAccess.h"
@@ -253,6 +255,61 @@ TEST_F(ScannerScreen, KeysTakeThePictureAndTheEditScreenAnswersItsOwnKeys) {
     ASSERT_EQ(session->pages().size(), 1u);
     // Turned once to the right: the page lies on its side.
     EXPECT_GT(session->pages().front().width(), session->pages().front().height());
+}
+
+TEST_F(ScannerScreen, ANewWindowShapeBringsTheOtherLayoutAndTheSessionFollowsIt) {
+    scanIn(QSizeF(360, 640));
+    const auto first = controller;
+    EXPECT_NE(first->triggerButton()->superview(), first->middleContainerBar()) << "phone layout";
+    scanner::ScreenShape shape(
+        window, session,
+        [] {
+            auto screen = QXDCameraController::init();
+            screen->setTriggerAppearDelay(0);
+            return screen;
+        },
+        false);
+    EXPECT_FALSE(shape.windowResized(QSizeF(400, 420))) << "near square: the layout stays";
+    EXPECT_FALSE(shape.windowResized(QSizeF(360, 700)));
+
+    window->setFrame(QRectF(0, 0, 800, 450));
+    ASSERT_TRUE(shape.windowResized(QSizeF(800, 450)));
+    EXPECT_TRUE(shape.isPad());
+    EXPECT_EQ(Device::current().userInterfaceIdiom(), idiom::kPad);
+    controller = std::dynamic_pointer_cast<QXDCameraController>(window->rootViewController());
+    ASSERT_TRUE(controller);
+    ASSERT_NE(controller, first);
+    EXPECT_EQ(session->controller(), controller);
+    RunLoop::main().runPending();
+    window->layoutIfNeededForHost();
+    EXPECT_EQ(controller->triggerButton()->superview(), controller->middleContainerBar())
+        << "pad layout: the trigger in the side bar";
+
+    // Frames now come through the new screen, which draws the outline.
+    for (int round = 0; round < 2; ++round) {
+        for (int frame = 0; frame < 4; ++frame) {
+            ASSERT_TRUE(analysed->waitFor(kWait)) << "no frame from the new screen";
+        }
+        RunLoop::main().runPending();
+        window->layoutIfNeededForHost();
+    }
+    RunLoop::main().advance(0.3);
+    window->layoutIfNeededForHost();
+    const QImage withOutline = render("pad-layout");
+    controller->polygonLayer()->setHidden(true);
+    const QImage preview = render("pad-layout-preview");
+    controller->polygonLayer()->setHidden(false);
+    EXPECT_NE(withOutline, preview) << "no outline on the new screen";
+
+    // The keys went along: Space takes the picture on the new screen.
+    ASSERT_TRUE(window->access().keyPress(Qt::Key_Space, Qt::NoModifier));
+    for (int i = 0; i < 200 && !controller->presentedViewController(); ++i) {
+        ASSERT_TRUE(analysed->waitFor(kWait) || controller->presentedViewController());
+        RunLoop::main().advance(0.05);
+    }
+    EXPECT_TRUE(controller->presentedViewController()) << "no edit screen";
+    RunLoop::main().advance(1.0);
+    Device::current().setUserInterfaceIdiom(idiom::kPhone);
 }
 
 TEST(PreviewMapping, KeyPointsLandOnTheAspectFilledPageWhateverTheStatusBarSays) {

@@ -77,37 +77,7 @@ std::shared_ptr<ScanSession> ScanSession::create(
     auto session = std::make_shared<ScanSession>(Key{}, controller, window, std::move(settings),
                                                  std::move(finished));
     controller->setDelegate(session);
-    if (window) {
-        const std::weak_ptr<ScanSession> weak = session;
-        const std::weak_ptr<platform::ViewController> screen = controller;
-        const auto bind = [&](int key, const QString& title,
-                              std::function<void(ScanSession&)> act) {
-            window->access().addKeyCommand({key, Qt::NoModifier, title,
-                                            [weak, act] {
-                                                if (auto self = weak.lock()) {
-                                                    act(*self);
-                                                }
-                                            },
-                                            screen});
-        };
-        const auto onScreen = [](void (QXDCameraController::*call)()) {
-            return [call](ScanSession& self) {
-                if (auto screenController = self._controller.lock()) {
-                    (screenController.get()->*call)();
-                }
-            };
-        };
-        bind(Qt::Key_Space, QStringLiteral("Take picture"),
-             [](ScanSession& s) { s.takePicture(); });
-        bind(Qt::Key_Return, QStringLiteral("Take picture"),
-             [](ScanSession& s) { s.takePicture(); });
-        bind(Qt::Key_Enter, QStringLiteral("Take picture"),
-             [](ScanSession& s) { s.takePicture(); });
-        bind(Qt::Key_Escape, QStringLiteral("Finish and save"), [](ScanSession& s) { s.finish(); });
-        bind(Qt::Key_T, QStringLiteral("Torch"), onScreen(&QXDCameraController::toggleFlash));
-        bind(Qt::Key_C, QStringLiteral("Switch camera"),
-             onScreen(&QXDCameraController::toggleCamera));
-    }
+    session->bindCaptureKeys();
     return session;
 }
 
@@ -118,6 +88,56 @@ ScanSession::ScanSession(Key, const std::shared_ptr<QXDCameraController>& contro
       _window(window),
       _settings(std::move(settings)),
       _finishedCallback(std::move(finished)) {}
+
+void ScanSession::bindCaptureKeys() {
+    auto window = _window.lock();
+    if (!window) {
+        return;
+    }
+    for (const auto id : _captureKeys) {
+        window->access().removeKeyCommand(id);
+    }
+    _captureKeys.clear();
+    const std::weak_ptr<ScanSession> weak = weak_from_this();
+    const std::weak_ptr<platform::ViewController> screen = _controller;
+    const auto bind = [&](int key, const QString& title, std::function<void(ScanSession&)> act) {
+        _captureKeys.push_back(window->access().addKeyCommand({key, Qt::NoModifier, title,
+                                                               [weak, act] {
+                                                                   if (auto self = weak.lock()) {
+                                                                       act(*self);
+                                                                   }
+                                                               },
+                                                               screen}));
+    };
+    const auto onScreen = [](void (QXDCameraController::*call)()) {
+        return [call](ScanSession& self) {
+            if (auto screenController = self._controller.lock()) {
+                (screenController.get()->*call)();
+            }
+        };
+    };
+    bind(Qt::Key_Space, QStringLiteral("Take picture"), [](ScanSession& s) { s.takePicture(); });
+    bind(Qt::Key_Return, QStringLiteral("Take picture"), [](ScanSession& s) { s.takePicture(); });
+    bind(Qt::Key_Enter, QStringLiteral("Take picture"), [](ScanSession& s) { s.takePicture(); });
+    bind(Qt::Key_Escape, QStringLiteral("Finish and save"), [](ScanSession& s) { s.finish(); });
+    bind(Qt::Key_T, QStringLiteral("Torch"), onScreen(&QXDCameraController::toggleFlash));
+    bind(Qt::Key_C, QStringLiteral("Switch camera"), onScreen(&QXDCameraController::toggleCamera));
+}
+
+bool ScanSession::attachController(const std::shared_ptr<QXDCameraController>& controller) {
+    if (_finished || _editing.load() || _capturing.load() || !controller) {
+        return false;
+    }
+    if (auto old = _controller.lock()) {
+        old->setDelegate({});
+    }
+    _controller = controller;
+    controller->setDelegate(shared_from_this());
+    _resetSmoother = true;
+    _outlineShown = false;
+    bindCaptureKeys();
+    return true;
+}
 
 std::pair<std::optional<Quad>, QSize> ScanSession::lastOutline() const {
     std::lock_guard lock(_mutex);

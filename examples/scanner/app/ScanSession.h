@@ -85,6 +85,11 @@ public:
     const std::vector<QImage>& pages() const { return _pages; }
     /// The outline last shown, in frame pixels, and that frame's size.
     std::pair<std::optional<Quad>, QSize> lastOutline() const;
+    /// The capture screen the session works on.
+    std::shared_ptr<QXDCameraController> controller() const { return _controller.lock(); }
+    /// Moves the session to another capture screen (its keys go along);
+    /// false, with nothing changed, while a picture or a page is on its way.
+    bool attachController(const std::shared_ptr<QXDCameraController>& controller);
     /// Frames analysed so far. Any thread.
     std::uint64_t framesAnalysed() const { return _framesAnalysed.load(); }
 
@@ -99,6 +104,7 @@ public:
 
 private:
     friend class EditOutcome;
+    void bindCaptureKeys();
     void showOutline(const std::optional<Quad>& outline, const QSize& frameSize, bool steady);
     void takeScreenshotOnce();
     void pressTrigger();
@@ -139,6 +145,7 @@ private:
     bool _screenshotTaken = false;
     bool _outlineShown = false;
     std::vector<std::uint64_t> _editorKeys;
+    std::vector<std::uint64_t> _captureKeys;
 };
 
 }  // namespace scanner

@@ -20,6 +20,7 @@
 #include "QXDCameraController.h"
 #include "ScanSession.h"
 #include "ScannerOptions.h"
+#include "ScreenShape.h"
 #include "WindowPlacement.h"
 #include "platform/capture/CameraChoice.h"
 #include "platform/capture/CaptureSession.h"
@@ -30,7 +31,9 @@
 #include "platform/ui/Window.h"
 
 #include <QDir>
+#include <QEvent>
 #include <QGuiApplication>
+#include <QResizeEvent>
 #include <QTimer>
 
 #include <cstdio>
@@ -109,6 +112,22 @@ QSize windowSizeFor(bool pad) {
     return pad ? QSize(1024, 768) : QSize(450, 800);
 }
 
+/// Tells about the host window's resizes (in device-independent pixels).
+class ResizeWatcher final : public QObject {
+public:
+    explicit ResizeWatcher(std::function<void(const QSize&)> resized)
+        : _resized(std::move(resized)) {}
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::Resize) {
+            _resized(static_cast<QResizeEvent*>(event)->size());
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    std::function<void(const QSize&)> _resized;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -139,11 +158,13 @@ int main(int argc, char** argv) {
                                                           : platform::idiom::kPhone);
     const QSizeF size = offscreen ? kHeadlessWindow : QSizeF(windowSizeFor(pad));
 
-    const auto controller = QXDCameraController::init();
-    controller->setInitialDevicePosition(position);
-    controller->setTriggerAppearDelay(0);
+    const auto makeScreen = [position] {
+        auto screen = QXDCameraController::init();
+        screen->setInitialDevicePosition(position);
+        screen->setTriggerAppearDelay(0);
+        return screen;
+    };
     const auto window = platform::Window::create(QRectF(QPointF(), size));
-    window->setRootViewController(controller);
 
     scanner::ScanSettings settings;
     settings.outputFolder = options.output;
@@ -155,16 +176,31 @@ int main(int argc, char** argv) {
             QDir(options.output).filePath(QStringLiteral("capture-screen.png"));
     }
     int exitCode = EXIT_SUCCESS;
-    const auto session = scanner::ScanSession::create(
-        controller, window, settings, [&exitCode](const scanner::ScanReport& report) {
-            exitCode = report.exitCode;
-            QCoreApplication::exit(report.exitCode);
-        });
+    // The window holds the screen; a change of the window's shape may bring
+    // another (ScreenShape), so nothing else keeps this one.
+    const auto session = [&] {
+        const auto controller = makeScreen();
+        window->setRootViewController(controller);
+        return scanner::ScanSession::create(controller, window, settings,
+                                            [&exitCode](const scanner::ScanReport& report) {
+                                                exitCode = report.exitCode;
+                                                QCoreApplication::exit(report.exitCode);
+                                            });
+    }();
     // Closing the window ends the run; what was confirmed is saved first.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, [&session] { session->finish(); });
 
     platform::RunLoop::main().attachToQt();
     std::unique_ptr<platform::QtWindowHost> host;
+    scanner::ScreenShape shape(window, session, makeScreen, pad);
+    ResizeWatcher watcher([&shape, &options](const QSize& newSize) {
+        if (!options.idiom && shape.windowResized(QSizeF(newSize))) {
+            print(QStringLiteral("window %1x%2: %3 layout")
+                      .arg(newSize.width())
+                      .arg(newSize.height())
+                      .arg(shape.isPad() ? QStringLiteral("pad") : QStringLiteral("phone")));
+        }
+    });
     if (offscreen) {
         print(QStringLiteral("headless: taking %1 page(s) from the virtual camera")
                   .arg(options.pages));
@@ -179,15 +215,21 @@ int main(int argc, char** argv) {
         host = std::make_unique<platform::QtWindowHost>(window);
         host->setTitle(QStringLiteral("Document scanner"));
         examples::placeOnScreen(*host, size.toSize());
+        host->installEventFilter(&watcher);
         host->show();
     }
     const int code = QGuiApplication::exec();
     session->finish();
-    controller->setDelegate({});
+    if (host) {
+        host->removeEventFilter(&watcher);
+    }
     // Stop the session here (it returns once the camera is idle), so nothing
     // streams while the application goes away.
-    if (const auto& camera = controller->camera(); camera && camera->captureSession()) {
-        camera->captureSession()->stopRunning();
+    if (const auto screen = session->controller()) {
+        screen->setDelegate({});
+        if (const auto& camera = screen->camera(); camera && camera->captureSession()) {
+            camera->captureSession()->stopRunning();
+        }
     }
     host.reset();
     platform::QtCameraSource::uninstall();

@@ -314,7 +314,7 @@ QRectF Layer::bounds() const {
 }
 
 void Layer::setBounds(const QRectF& bounds) {
-    setModelValue(QStringLiteral("bounds"), bounds);
+    setGeometryValue(&LayerState::bounds, QStringLiteral("bounds"), bounds);
 }
 
 QPointF Layer::position() const {
@@ -322,7 +322,7 @@ QPointF Layer::position() const {
 }
 
 void Layer::setPosition(const QPointF& position) {
-    setModelValue(QStringLiteral("position"), position);
+    setGeometryValue(&LayerState::position, QStringLiteral("position"), position);
 }
 
 QPointF Layer::anchorPoint() const {
@@ -428,6 +428,26 @@ void Layer::setModelValue(const QString& keyPath, const QVariant& value) {
     } else {
         didChangeValue(key, oldRendered);
     }
+}
+
+// Layout moves views' layers every frame of a spring, nearly always with
+// actions declined: then nothing needs the old or new value as a QVariant, and
+// the field is written directly.
+template <typename T>
+void Layer::setGeometryValue(T LayerState::*field, const QString& key, const T& value) {
+    const auto delegate = _delegate.lock();
+    const bool quiet =
+        Transaction::disableActions() || (delegate && delegate->declinesActions(*this));
+    if (!quiet) {
+        setModelValue(key, QVariant::fromValue(value));
+        return;
+    }
+    const QSizeF oldSize = _model.bounds.size();
+    _model.*field = value;
+    if (_model.bounds.size() != oldSize) {
+        _needsLayout = true;
+    }
+    markChanged();
 }
 
 void Layer::didChangeValue(const QString& keyPath, const QVariant& oldRendered) {

@@ -234,6 +234,10 @@ protected:
 private:
     struct Running;
 
+    /// setModelValue for a whole geometry field, without boxing the value
+    /// when no action can follow.
+    template <typename T>
+    void setGeometryValue(T LayerState::*field, const QString& key, const T& value);
     void runAction(const QString& key, const QVariant& oldRendered);
     void startAnimation(std::shared_ptr<Animation> animation, const QString& key);
     void finishAnimation(std::uint64_t generation);

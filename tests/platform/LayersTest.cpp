@@ -48,7 +48,12 @@ private:
 class ScriptedLayerDelegate : public LayerDelegate {
 public:
     std::optional<std::shared_ptr<Animation>> action;
+    bool declines = false;
     int draws = 0;
+    int layouts = 0;
+
+    bool declinesActions(const Layer&) const override { return declines; }
+    void layoutSublayersOfLayer(Layer&) override { ++layouts; }
 
     std::optional<std::shared_ptr<Animation>> actionForLayer(Layer&, const QString&) override {
         return action;
@@ -461,6 +466,37 @@ TEST_F(LayerTransactionTest, DisabledActionsChangeOnlyTheModelAndNestedLevelsInh
     Transaction::commit();
     EXPECT_EQ(layer->animationKeys(), QStringList{"cornerRadius"})
         << "a nested level's setting ends with it";
+}
+
+// Layout writes frames this way every frame of a constraint animation.
+TEST_F(LayerTransactionTest, GeometryChangesWithoutActionsStillRelayoutAndRepaint) {
+    auto layer = quietLayer();
+    auto delegate = std::make_shared<ScriptedLayerDelegate>();
+    delegate->declines = true;
+    layer->setDelegate(delegate);
+    layer->layoutIfNeeded();
+    const int layoutsBefore = delegate->layouts;
+    int repaints = 0;
+    layer->setTreeChangedHandler([&repaints] { ++repaints; });
+
+    layer->setPosition({10, 20});
+    EXPECT_FALSE(layer->needsLayout()) << "a move does not resize";
+    layer->setBounds({5, 5, 100, 50});
+    EXPECT_FALSE(layer->needsLayout()) << "nor does a new origin";
+    layer->setFrame({0, 0, 40, 30});
+    EXPECT_TRUE(layer->needsLayout());
+    EXPECT_EQ(repaints, 4);
+    EXPECT_TRUE(layer->animationKeys().isEmpty());
+    EXPECT_EQ(layer->presentationState().frame(), QRectF(0, 0, 40, 30));
+    EXPECT_EQ(layer->bounds(), QRectF(5, 5, 40, 30));
+    layer->layoutIfNeeded();
+    EXPECT_EQ(delegate->layouts, layoutsBefore + 1);
+
+    delegate->declines = false;
+    layer->setPosition({60, 60});
+    EXPECT_EQ(layer->animationKeys(), QStringList{"position"}) << "actions are back";
+    EXPECT_EQ(layer->presentationState().position, QPointF(20, 15)) << "from where it was";
+    layer->setTreeChangedHandler({});
 }
 
 TEST_F(LayerTransactionTest, DelegateDecidesTheAction) {

@@ -41,16 +41,18 @@ std::vector<std::uint32_t> VideoDataOutput::availableVideoPixelFormatTypes() con
     return deliverablePixelFormats();
 }
 
+VideoDataOutput::Receiver VideoDataOutput::receiver() const {
+    std::lock_guard lock(_delegateMutex);
+    if (_delegate.expired()) {
+        return {};
+    }
+    return {_delegate, _queue};
+}
+
 void VideoDataOutput::deliverSampleBuffer(const SampleBufferPtr& sampleBuffer,
                                           const std::shared_ptr<CaptureConnection>& connection) {
-    std::weak_ptr<VideoDataOutputDelegate> delegate;
-    std::shared_ptr<DispatchQueue> queue;
-    {
-        std::lock_guard lock(_delegateMutex);
-        delegate = _delegate;
-        queue = _queue;
-    }
-    if (!queue || delegate.expired()) {
+    auto [delegate, queue] = receiver();
+    if (!queue) {
         return;
     }
     auto self = std::static_pointer_cast<CaptureOutput>(shared_from_this());
@@ -74,14 +76,8 @@ void VideoDataOutput::deliverSampleBuffer(const SampleBufferPtr& sampleBuffer,
 
 void VideoDataOutput::deliverDroppedFrame(const SampleBufferPtr& marker,
                                           const std::shared_ptr<CaptureConnection>& connection) {
-    std::weak_ptr<VideoDataOutputDelegate> delegate;
-    std::shared_ptr<DispatchQueue> queue;
-    {
-        std::lock_guard lock(_delegateMutex);
-        delegate = _delegate;
-        queue = _queue;
-    }
-    if (!queue || delegate.expired()) {
+    auto [delegate, queue] = receiver();
+    if (!queue) {
         return;
     }
     auto self = std::static_pointer_cast<CaptureOutput>(shared_from_this());

@@ -72,6 +72,13 @@ public:
                              const std::shared_ptr<CaptureConnection>& connection);
 
 private:
+    struct Receiver {
+        std::weak_ptr<VideoDataOutputDelegate> delegate;
+        std::shared_ptr<DispatchQueue> queue;
+    };
+    /// The delegate and its queue as one consistent pair; a null queue when
+    /// nobody listens.
+    Receiver receiver() const;
     CaptureConnection::Traits connectionTraits(const CaptureDevice& device) const override;
 
     mutable std::mutex _delegateMutex;

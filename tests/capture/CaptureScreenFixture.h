@@ -97,6 +97,9 @@ protected:
 
     void SetUp() override {
         platform::RunLoop::main().useManualClock();
+        // A Qt host shown by an earlier test leaves its screen as the main one.
+        platform::Screen::main().setBounds(QRectF(0, 0, 375, 667));
+        platform::Screen::main().setScale(2.0);
         platform::CameraAvailability::setOverride(true);
         platform::Device::current().setOrientation(platform::device_orientation::kPortrait);
         platform::Device::current().setUserInterfaceIdiom(platform::idiom::kPhone);

@@ -8,7 +8,9 @@
 #include <QMediaDevices>
 #include <QVideoSink>
 
+#include <atomic>
 #include <map>
+#include <mutex>
 #include <utility>
 
 namespace platform {
@@ -162,6 +164,37 @@ private:
     Events _events;
 };
 
+// Qt's media-device singleton starts its audio side along with the video
+// one, and without a sound server that side prints an uncategorised
+// "PulseAudioService: ..." warning. This component never plays or records
+// sound, so while Qt Multimedia starts (once, on our first touch of it)
+// exactly those warnings are dropped; everything else goes on to the
+// handler installed before, which is put back afterwards.
+std::atomic<QtMessageHandler> previousMessageHandler{nullptr};
+
+void dropAudioServiceWarnings(QtMsgType type, const QMessageLogContext& context,
+                              const QString& message) {
+    const bool uncategorised =
+        context.category == nullptr || qstrcmp(context.category, "default") == 0;
+    if (uncategorised && type == QtWarningMsg &&
+        message.startsWith(QLatin1String("PulseAudioService:"))) {
+        return;
+    }
+    if (const QtMessageHandler previous = previousMessageHandler.load()) {
+        previous(type, context, message);
+    }
+}
+
+void startMediaDevices() {
+    static std::once_flag started;
+    std::call_once(started, [] {
+        previousMessageHandler = qInstallMessageHandler(dropAudioServiceWarnings);
+        QMediaDevices::videoInputs();          // the media integration
+        const QMediaDevices devicesSingleton;  // and the device singleton behind watchers
+        qInstallMessageHandler(previousMessageHandler.load());
+    });
+}
+
 class MultimediaBackend final : public QtCameraBackend {
 public:
     // A camera is asked for its abilities once: a QCamera made while the same
@@ -169,6 +202,7 @@ public:
     QList<QtCameraDescription> videoInputs() override {
         QList<QtCameraDescription> inputs;
         std::map<QString, QtCameraDescription> known;
+        startMediaDevices();
         for (const QCameraDevice& device : QMediaDevices::videoInputs()) {
             const QString id = QString::fromUtf8(device.id());
             const auto found = _described.find(id);
@@ -185,10 +219,12 @@ public:
     }
 
     QString defaultVideoInputID() override {
+        startMediaDevices();
         return QString::fromUtf8(QMediaDevices::defaultVideoInput().id());
     }
 
     std::unique_ptr<QtCameraControl> open(const QString& id) override {
+        startMediaDevices();
         for (const QCameraDevice& device : QMediaDevices::videoInputs()) {
             if (QString::fromUtf8(device.id()) == id) {
                 return std::make_unique<MultimediaControl>(device);
@@ -202,6 +238,7 @@ public:
         if (!changed) {
             return;
         }
+        startMediaDevices();
         _devices.reset(new QMediaDevices());
         QObject::connect(_devices.get(), &QMediaDevices::videoInputsChanged, _devices.get(),
                          std::move(changed));

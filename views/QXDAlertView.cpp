@@ -215,11 +215,14 @@ void QXDAlertView::showInView(const platform::ViewPtr& view) {
     view->addSubview(shared_from_this());
     initConstraints(view);
 
-    auto alert = self();
+    // Completion blocks live in the running animations, which the banner's
+    // own layers hold: they see the banner weakly, or it would keep itself.
+    const std::weak_ptr<QXDAlertView> weak = self();
     View::animate(
-        0.3, [alert] { alert->layoutIfNeeded(); },
-        [alert](bool finished) {
-            if (!finished) {
+        0.3, [this] { layoutIfNeeded(); },
+        [weak](bool finished) {
+            const auto alert = weak.lock();
+            if (!finished || !alert) {
                 return;
             }
             View::animate(0.2, [alert] {
@@ -244,19 +247,24 @@ void QXDAlertView::startHideCounter() {
 }
 
 void QXDAlertView::hide() {
+    // The hide handler may drop the last owner but its caller's.
+    const auto keep = self();
     // A tap before the timer leaves no second hide behind.
     platform::RunLoop::main().cancelPreviousPerformRequests(this);
 
-    auto alert = self();
+    // Until the slide ends the banner is kept by its host, never by its own
+    // animation's completion.
+    const std::weak_ptr<QXDAlertView> weak = keep;
     View::animate(
         0.3,
-        [alert] {
-            alert->setTransform(transformOf(alert->_initialView));
-            alert->setFrame(frameOf(alert->_initialView));
-            alert->setAlpha(0.0);
+        [this] {
+            setTransform(transformOf(_initialView));
+            setFrame(frameOf(_initialView));
+            setAlpha(0.0);
         },
-        [alert](bool finished) {
-            if (finished) {
+        [weak](bool finished) {
+            const auto alert = weak.lock();
+            if (finished && alert) {
                 alert->removeFromSuperview();
             }
         });

@@ -131,4 +131,28 @@ TEST_F(CaptureAlertsTest, NotificationsOutsideTheScreensAppearanceAreLost) {
     EXPECT_EQ(controller->alertView(), nullptr);
 }
 
+TEST_F(CaptureAlertsTest, AReleasedScreenTakesItsAlertWithItMidSlide) {
+    show({375, 667});
+    post({{QXDAlertViewTitleKey, QStringLiteral("Hold still")}});
+    std::weak_ptr<QXDAlertView> alert = controller->alertView();
+    ASSERT_FALSE(alert.expired());
+    advance(0.1);  // sliding in
+    controller->dismissAlertView();
+    advance(0.1);  // sliding out
+    post({{QXDAlertViewTitleKey, QStringLiteral("Again")}});
+    std::weak_ptr<QXDAlertView> second = controller->alertView();
+    advance(0.1);
+
+    // The app quits: its run loop stops with the slides unfinished.
+    std::weak_ptr<QXDCameraController> screen = controller;
+    controller->camera()->stop();
+    controller->camera()->canConfigureLowLightBoost();
+    window.reset();
+    controller.reset();
+    platform::RunLoop::main().useManualClock();
+    EXPECT_TRUE(alert.expired());
+    EXPECT_TRUE(second.expired());
+    EXPECT_TRUE(screen.expired());
+}
+
 }  // namespace

@@ -132,6 +132,14 @@ TEST_F(CaptureAlertsTest, NotificationsOutsideTheScreensAppearanceAreLost) {
 }
 
 TEST_F(CaptureAlertsTest, AReleasedScreenTakesItsAlertWithItMidSlide) {
+    // A camera that sends no pictures: a frame still being handed over on the
+    // video queue would hold the screen for a moment after the release.
+    auto back = platform::VirtualCamera::create(platform::VirtualCameraConfiguration::back());
+    back->setStalled(true);
+    discovery.reset();
+    devices = {platform::CaptureDevice::create(back),
+               platform::VirtualCamera::makeDevice(platform::VirtualCameraConfiguration::front())};
+    discovery = std::make_unique<platform::DeviceDiscovery::ScopedOverride>(devices);
     show({375, 667});
     post({{QXDAlertViewTitleKey, QStringLiteral("Hold still")}});
     std::weak_ptr<QXDAlertView> alert = controller->alertView();

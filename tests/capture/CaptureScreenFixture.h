@@ -20,7 +20,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace qxdtest {
@@ -115,7 +117,16 @@ protected:
             controller->camera()->canConfigureLowLightBoost();
         }
         window.reset();
+        // A frame being handed over on the video queue holds the screen until
+        // the host's callback returns; the screen must be gone before the
+        // process's own objects are.
+        const std::weak_ptr<QXDCameraController> released = controller;
         controller.reset();
+        const auto deadline =
+            std::chrono::steady_clock::now() + std::chrono::duration<double>(kWait);
+        while (!released.expired() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
         platform::RunLoop::main().useManualClock();
         discovery.reset();
         platform::Device::current().resetUserInterfaceIdiom();

@@ -117,17 +117,18 @@ protected:
             controller->camera()->canConfigureLowLightBoost();
         }
         window.reset();
+        // Pending delayed performs hold the screen until the run loop lets them go.
+        const std::weak_ptr<QXDCameraController> released = controller;
+        controller.reset();
+        platform::RunLoop::main().useManualClock();
         // A frame being handed over on the video queue holds the screen until
         // the host's callback returns; the screen must be gone before the
         // process's own objects are.
-        const std::weak_ptr<QXDCameraController> released = controller;
-        controller.reset();
         const auto deadline =
             std::chrono::steady_clock::now() + std::chrono::duration<double>(kWait);
         while (!released.expired() && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::yield();
         }
-        platform::RunLoop::main().useManualClock();
         discovery.reset();
         platform::Device::current().resetUserInterfaceIdiom();
         platform::Application::shared().setStatusBarOrientation(1);

@@ -125,8 +125,9 @@ struct CaptureScreen {
         window->layoutIfNeededForHost();
         QPainter painter(&backing);
         painter.setRenderHint(QPainter::Antialiasing);
-        painter.fillRect(QRectF(0, 0, kWidth, kHeight), Qt::black);
-        platform::LayerPainter::paint(painter, *window->layer(), platform::RunLoop::main().now());
+        // As a host paints its window.
+        platform::LayerPainter::paint(painter, *window->layer(), platform::RunLoop::main().now(),
+                                      window->bounds(), Qt::black);
     }
 };
 

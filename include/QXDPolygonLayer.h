@@ -1,10 +1,13 @@
 #pragma once
 
+#include "platform/graphics/Path.h"
 #include "platform/layers/Layer.h"
 
 #include <QColor>
 #include <QPointF>
 #include <QTransform>
+
+#include <functional>
 
 #include <memory>
 #include <mutex>
@@ -43,6 +46,8 @@ public:
     /// Clears the bounds and strokes the outline, logging each point drawn.
     void drawInContext(QPainter& context) override;
     bool drawsContent() const override { return true; }
+    /// Round the outline only: the rest of the layer stays clear.
+    std::optional<std::vector<QRectF>> drawingArea() const override;
 
     /// Maps a point in portrait layer coordinates to the status bar's
     /// current orientation. The two landscapes differ on purpose: `t` already
@@ -54,6 +59,10 @@ protected:
     QString typeName() const override;
 
 private:
+    /// The outline as drawInContext strokes it now, each corner passed to
+    /// eachPoint (if set) as it is added; empty without points.
+    platform::BezierPath outline(const std::function<void(const QPointF&)>& eachPoint) const;
+
     KeyPoints _keypoints;
     QColor _lineColor;
     mutable std::mutex _tMutex;

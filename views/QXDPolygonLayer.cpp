@@ -60,27 +60,43 @@ void QXDPolygonLayer::drawInContext(QPainter& context) {
     current->restore();
 
     if (_keypoints && !_keypoints->empty()) {
-        platform::BezierPath path;
-        path.setLineWidth(2.0);
         platform::setStrokeColor(_lineColor);
-        const QTransform transform = t();
-        // The size is read on every pass: the loop follows the list as it stands.
-        for (std::size_t i = 0; i < _keypoints->size(); ++i) {
-            const QPointF mapped = platform::affine::apply((*_keypoints)[i], transform);
-            const QPointF point = adaptPointToOrientation(mapped);
-            if (i == 0) {
-                path.moveToPoint(point);
-            } else {
-                path.addLineToPoint(point);
-            }
+        outline([](const QPointF& point) {
             QXD_LOG(
                 QString::asprintf("Draw polygon line at point x: %f y: %f", point.x(), point.y()));
-        }
-        path.closePath();
-        path.stroke();
+        }).stroke();
     }
 
     platform::popContext();
+}
+
+platform::BezierPath QXDPolygonLayer::outline(
+    const std::function<void(const QPointF&)>& eachPoint) const {
+    platform::BezierPath path;
+    path.setLineWidth(2.0);
+    if (!_keypoints || _keypoints->empty()) {
+        return path;
+    }
+    const QTransform transform = t();
+    // The size is read on every pass: the loop follows the list as it stands.
+    for (std::size_t i = 0; i < _keypoints->size(); ++i) {
+        const QPointF mapped = platform::affine::apply((*_keypoints)[i], transform);
+        const QPointF point = adaptPointToOrientation(mapped);
+        if (i == 0) {
+            path.moveToPoint(point);
+        } else {
+            path.addLineToPoint(point);
+        }
+        if (eachPoint) {
+            eachPoint(point);
+        }
+    }
+    path.closePath();
+    return path;
+}
+
+std::optional<std::vector<QRectF>> QXDPolygonLayer::drawingArea() const {
+    return outline({}).strokeCoverage();
 }
 
 QPointF QXDPolygonLayer::adaptPointToOrientation(const QPointF& point) const {

@@ -126,4 +126,43 @@ void BezierPath::fill() const {
     painter->fillPath(_path, brush);
 }
 
+std::vector<QRectF> BezierPath::strokeCoverage() const {
+    // stroke() limits miters to 5 line widths from the joint.
+    const double halfWidth = _lineWidth / 2;
+    const double miterReach = 5.0 * _lineWidth;
+    std::vector<QRectF> rects;
+    if (_path.isEmpty()) {
+        return rects;
+    }
+    for (int i = 0; i < _path.elementCount(); ++i) {
+        if (_path.elementAt(i).isCurveTo()) {
+            return {_path.controlPointRect().adjusted(-miterReach, -miterReach, miterReach,
+                                                      miterReach)};
+        }
+    }
+    // Pieces at most this far across their short side keep a slanted
+    // segment's boxes close to its line.
+    constexpr double kPieceSpan = 16.0;
+    QPointF previous;
+    for (int i = 0; i < _path.elementCount(); ++i) {
+        const QPainterPath::Element element = _path.elementAt(i);
+        const QPointF point(element.x, element.y);
+        rects.emplace_back(point.x() - miterReach, point.y() - miterReach, 2 * miterReach,
+                           2 * miterReach);
+        if (element.isLineTo()) {
+            const QPointF delta = point - previous;
+            const double across = std::min(std::abs(delta.x()), std::abs(delta.y()));
+            const int pieces = std::max(1, static_cast<int>(std::ceil(across / kPieceSpan)));
+            for (int piece = 0; piece < pieces; ++piece) {
+                const QPointF from = previous + delta * (static_cast<double>(piece) / pieces);
+                const QPointF to = previous + delta * (static_cast<double>(piece + 1) / pieces);
+                rects.push_back(QRectF(from, to).normalized().adjusted(-halfWidth, -halfWidth,
+                                                                       halfWidth, halfWidth));
+            }
+        }
+        previous = point;
+    }
+    return rects;
+}
+
 }  // namespace platform

@@ -2,6 +2,9 @@
 
 #include <QPainterPath>
 #include <QPointF>
+#include <QRectF>
+
+#include <vector>
 
 namespace platform {
 
@@ -51,6 +54,12 @@ public:
     /// Fills the path with the current context's fill colour; does nothing
     /// without a context.
     void fill() const;
+    /// Small rectangles that together hold everything stroke() paints but
+    /// anti-aliasing: each straight segment in pieces, each corner with
+    /// room for its longest miter; a path with curves gives one rectangle
+    /// round all of it. Lets a long thin outline be redrawn and composited
+    /// where it is instead of over its whole bounding box.
+    std::vector<QRectF> strokeCoverage() const;
 
 private:
     void joinTo(const QPointF& point);

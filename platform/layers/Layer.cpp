@@ -592,61 +592,6 @@ void Layer::markChanged() {
 
 // --- Layer: drawing and layout -------------------------------------------------------
 
-void Layer::setNeedsDisplay() {
-    _needsDisplay = true;
-    markChanged();
-}
-
-bool Layer::needsDisplay() const {
-    return _needsDisplay || (!_displayedOnce && drawsContent());
-}
-
-void Layer::displayIfNeeded() {
-    if (!needsDisplay()) {
-        return;
-    }
-    _needsDisplay = false;
-    _displayedOnce = true;
-    const QRectF bounds = _model.bounds;
-    // The small slack keeps 100 pt × 3.0 from becoming 301 pixels.
-    const int width = static_cast<int>(std::ceil(bounds.width() * _contentsScale - 1e-6));
-    const int height = static_cast<int>(std::ceil(bounds.height() * _contentsScale - 1e-6));
-    if (!drawsContent() || width <= 0 || height <= 0) {
-        _backingStore = QImage();
-        return;
-    }
-    // A redraw at the same size reuses the store when nobody else holds it,
-    // so a layer redrawn every frame allocates no pixels.
-    QImage image;
-    if (_backingStore.size() == QSize(width, height) &&
-        _backingStore.format() == QImage::Format_ARGB32_Premultiplied &&
-        _backingStore.isDetached()) {
-        image = std::move(_backingStore);
-    } else {
-        image = QImage(width, height, QImage::Format_ARGB32_Premultiplied);
-    }
-    image.fill(Qt::transparent);
-    {
-        QPainter painter(&image);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.scale(_contentsScale, _contentsScale);
-        painter.translate(-bounds.x(), -bounds.y());
-        drawInContext(painter);
-    }
-    _backingStore = std::move(image);
-}
-
-void Layer::drawInContext(QPainter& context) {
-    if (const auto delegate = _delegate.lock()) {
-        delegate->drawLayer(*this, context);
-    }
-}
-
-bool Layer::drawsContent() const {
-    const auto delegate = _delegate.lock();
-    return delegate && delegate->layerDrawsContent(*this);
-}
-
 void Layer::setNeedsLayout() {
     requestLayout();
     markChanged();

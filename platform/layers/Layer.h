@@ -7,6 +7,7 @@
 #include <QPainterPath>
 #include <QPointF>
 #include <QRectF>
+#include <QRegion>
 #include <QString>
 #include <QStringList>
 #include <QTransform>
@@ -169,9 +170,19 @@ public:
     void displayIfNeeded();
     /// The backing store made by the last display (null before).
     const QImage& backingStore() const { return _backingStore; }
+    /// The pixels of the backing store the last display may have left other
+    /// than transparent (all of it unless drawingArea says less).
+    const QRegion& backingStoreArea() const { return _backingStoreArea; }
     /// The layer's own drawing, in points with the origin at the bounds'
     /// origin. The default asks the delegate.
     virtual void drawInContext(QPainter& context);
+    /// Where drawInContext, run now, may leave pixels other than
+    /// transparent, in bounds coordinates: rectangles that together hold all
+    /// of its drawing but anti-aliasing; nullopt (the default) for anywhere
+    /// in the bounds. A redraw then clears only where the last drawing was
+    /// and draws clipped to the rectangles, and the store is composited only
+    /// there.
+    virtual std::optional<std::vector<QRectF>> drawingArea() const;
     /// True when the layer draws (overrides drawInContext or has a delegate).
     virtual bool drawsContent() const;
 
@@ -256,6 +267,7 @@ private:
     std::uint64_t _madeAtCommit = 0;
     bool _needsLayout = false;
     QImage _backingStore;
+    QRegion _backingStoreArea;
     std::vector<std::pair<QString, std::shared_ptr<Running>>> _animations;
     std::uint64_t _animationGeneration = 0;
     std::weak_ptr<LayerDelegate> _delegate;

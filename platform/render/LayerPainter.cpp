@@ -3,27 +3,33 @@
 #include "platform/foundation/RunLoop.h"
 #include "platform/layers/Transaction.h"
 #include "platform/render/BackdropLayer.h"
+#include "platform/render/OpaqueImageCopy.h"
+#include "platform/render/PaintOrder.h"
 #include "platform/render/PolylineStroke.h"
 
 #include <QPainter>
 #include <QPainterPath>
 
 #include <algorithm>
+#include <cmath>
 
 namespace platform {
 namespace {
 
-// Maps the layer's bounds coordinates into its superlayer's: the bounds
-// origin and the anchor point move to the origin, the transform turns and
-// scales about it, and the result sits at the position.
-QTransform layerToSuperlayer(const LayerState& state) {
-    const QSizeF size = state.bounds.size();
-    const QPointF anchor(state.anchorPoint.x() * size.width(),
-                         state.anchorPoint.y() * size.height());
-    return QTransform::fromTranslate(-state.bounds.x() - anchor.x(),
-                                     -state.bounds.y() - anchor.y()) *
-           state.transform * QTransform::fromTranslate(state.position.x(), state.position.y());
-}
+using paint_order::Step;
+
+// One painting of a tree: drawings numbered below hiddenBefore lie under an
+// opaque layer and are left out.
+struct Pass {
+    QPainter& painter;
+    double time;
+    int hiddenBefore = paint_order::kNone;
+    int nextLayer = 0;
+
+    bool shows(int layerIndex, Step step) const {
+        return paint_order::number(layerIndex, step) >= hiddenBefore;
+    }
+};
 
 QPainterPath roundedBounds(const QRectF& bounds, double radius) {
     QPainterPath path;
@@ -36,9 +42,13 @@ QPainterPath roundedBounds(const QRectF& bounds, double radius) {
     return path;
 }
 
-void drawImageInRect(QPainter& painter, const QImage& image, const QRectF& target) {
+void drawImageInRect(QPainter& painter, const QImage& image, const QRectF& target,
+                     bool clipIsRectangle) {
     const QRectF source(0, 0, image.width(), image.height());
     const bool exact = target.size() == source.size();
+    if (exact && copyGreyImage(painter, image, target.topLeft(), clipIsRectangle)) {
+        return;
+    }
     painter.setRenderHint(QPainter::SmoothPixmapTransform, !exact);
     if (exact) {
         painter.drawImage(target.topLeft(), image);
@@ -47,21 +57,33 @@ void drawImageInRect(QPainter& painter, const QImage& image, const QRectF& targe
     }
 }
 
-void paintContents(QPainter& painter, Layer& layer, const LayerState& state) {
+void paintContents(QPainter& painter, Layer& layer, const LayerState& state, bool clipIsRectangle) {
     const QImage& contents = layer.contents();
     if (!contents.isNull()) {
         const double scale = std::max(layer.contentsScale(), 1e-6);
         const QSizeF natural(contents.width() / scale, contents.height() / scale);
         drawImageInRect(painter, contents,
-                        LayerPainter::contentsRect(state.bounds, natural, layer.contentsGravity()));
+                        LayerPainter::contentsRect(state.bounds, natural, layer.contentsGravity()),
+                        clipIsRectangle);
         return;
     }
     if (layer.drawsContent()) {
         layer.displayIfNeeded();
         const QImage& store = layer.backingStore();
-        if (!store.isNull()) {
-            drawImageInRect(painter, store, state.bounds);
+        if (store.isNull()) {
+            return;
         }
+        const QRegion& area = layer.backingStoreArea();
+        const bool unscaled = QSizeF(store.size()) == state.bounds.size();
+        if (unscaled && area != QRegion(store.rect())) {
+            // Only where the drawing is; the rest of the store is clear.
+            painter.setRenderHint(QPainter::SmoothPixmapTransform, false);
+            for (const QRect& rect : area) {
+                painter.drawImage(state.bounds.topLeft() + QPointF(rect.topLeft()), store, rect);
+            }
+            return;
+        }
+        drawImageInRect(painter, store, state.bounds, clipIsRectangle);
     }
 }
 
@@ -82,29 +104,37 @@ void paintShape(QPainter& painter, const ShapeLayer& shape, const LayerState& st
     }
 }
 
-void paintLayer(QPainter& painter, Layer& layer, double time) {
-    const LayerState state = layer.presentationState(time);
-    if (state.hidden || state.opacity <= 0.0) {
+// clipIsRectangle: the painter's clip, if any, is exactly its bounding
+// rectangle.
+void paintLayer(Pass& pass, Layer& layer, bool clipIsRectangle) {
+    QPainter& painter = pass.painter;
+    const LayerState state = layer.presentationState(pass.time);
+    if (paint_order::skipsLayer(state)) {
         return;
     }
+    const int index = pass.nextLayer++;
     painter.save();
-    painter.setTransform(layerToSuperlayer(state), true);
+    painter.setTransform(paint_order::layerToSuperlayer(state), true);
     painter.setOpacity(painter.opacity() * std::min(1.0, state.opacity));
 
-    if (auto* backdrop = dynamic_cast<BackdropLayer*>(&layer)) {
+    if (auto* backdrop = dynamic_cast<BackdropLayer*>(&layer);
+        backdrop && pass.shows(index, Step::Backdrop)) {
         backdrop->applyBackdrop(painter, state.bounds);
     }
     if (layer.masksToBounds()) {
         // A square clip stays a rectangle, which the raster engine clips
         // without a per-pixel mask.
         if (state.cornerRadius > 0) {
-            painter.setClipPath(roundedBounds(state.bounds, state.cornerRadius),
-                                Qt::IntersectClip);
+            painter.setClipPath(roundedBounds(state.bounds, state.cornerRadius), Qt::IntersectClip);
+            clipIsRectangle = false;
         } else {
             painter.setClipRect(state.bounds, Qt::IntersectClip);
+            clipIsRectangle =
+                clipIsRectangle && painter.deviceTransform().type() <= QTransform::TxScale;
         }
     }
-    if (state.backgroundColor.isValid() && state.backgroundColor.alpha() > 0) {
+    if (state.backgroundColor.isValid() && state.backgroundColor.alpha() > 0 &&
+        pass.shows(index, Step::Background)) {
         if (state.cornerRadius > 0) {
             painter.setRenderHint(QPainter::Antialiasing);
             painter.fillPath(roundedBounds(state.bounds, state.cornerRadius),
@@ -113,14 +143,30 @@ void paintLayer(QPainter& painter, Layer& layer, double time) {
             painter.fillRect(state.bounds, state.backgroundColor);
         }
     }
-    paintContents(painter, layer, state);
-    if (const auto* shape = dynamic_cast<const ShapeLayer*>(&layer)) {
+    if (pass.shows(index, Step::Contents)) {
+        paintContents(painter, layer, state, clipIsRectangle);
+    }
+    if (const auto* shape = dynamic_cast<const ShapeLayer*>(&layer);
+        shape && pass.shows(index, Step::Shape)) {
         paintShape(painter, *shape, state);
     }
     for (const LayerPtr& sublayer : layer.sublayers()) {
-        paintLayer(painter, *sublayer, time);
+        paintLayer(pass, *sublayer, clipIsRectangle);
     }
     painter.restore();
+}
+
+// Whether area falls on whole device pixels under an untilted painter, so
+// that a layer covering it covers each of its pixels in full.
+bool onWholePixels(const QPainter& painter, const QRectF& area) {
+    const QTransform device = painter.deviceTransform();
+    if (device.type() > QTransform::TxScale) {
+        return false;
+    }
+    const QRectF mapped = device.mapRect(area);
+    auto whole = [](double value) { return std::abs(value - std::round(value)) < 1e-6; };
+    return whole(mapped.left()) && whole(mapped.top()) && whole(mapped.right()) &&
+           whole(mapped.bottom());
 }
 
 }  // namespace
@@ -175,7 +221,29 @@ QRectF LayerPainter::contentsRect(const QRectF& bounds, const QSizeF& content,
 void LayerPainter::paint(QPainter& painter, Layer& root, double time) {
     // What is painted has been committed: from now on its changes animate.
     Transaction::flush();
-    paintLayer(painter, root, time);
+    Pass pass{painter, time};
+    paintLayer(pass, root, !painter.hasClipping());
+}
+
+void LayerPainter::paint(QPainter& painter, Layer& root, double time, const QRectF& area,
+                         const QColor& background) {
+    Transaction::flush();
+    Pass pass{painter, time};
+    // Under any other blending or opacity, what lies beneath still counts.
+    if (painter.opacity() >= 1.0 &&
+        painter.compositionMode() == QPainter::CompositionMode_SourceOver &&
+        onWholePixels(painter, area)) {
+        pass.hiddenBefore = paint_order::lastOpaqueCover(root, time, area);
+    }
+    const bool clipIsRectangle = !painter.hasClipping();
+    painter.save();
+    painter.setClipRect(area, Qt::IntersectClip);
+    if (background.isValid() && background.alpha() > 0 && pass.hiddenBefore == paint_order::kNone) {
+        painter.fillRect(area, background);
+    }
+    paintLayer(pass, root,
+               clipIsRectangle && painter.deviceTransform().type() <= QTransform::TxScale);
+    painter.restore();
 }
 
 QImage LayerPainter::snapshot(Layer& root, const QSizeF& size, double scale, double time,
@@ -188,7 +256,7 @@ QImage LayerPainter::snapshot(Layer& root, const QSizeF& size, double scale, dou
     image.fill(background.isValid() ? background : QColor(Qt::transparent));
     QPainter painter(&image);
     painter.scale(scale, scale);
-    paint(painter, root, time);
+    paint(painter, root, time, QRectF(QPointF(), size), QColor());
     return image;
 }
 

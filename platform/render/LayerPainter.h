@@ -25,6 +25,15 @@ public:
     /// coordinates are those of root's superlayer, in points.
     static void paint(QPainter& painter, Layer& root, double time);
 
+    /// Paints what a host shows of a tree: `area` (painter coordinates, a
+    /// window's bounds) filled with background (an invalid colour: none),
+    /// then root and its sublayers at `time`, all clipped to area. When area
+    /// falls on whole device pixels, whatever lies under an opaque layer
+    /// covering all of area, the background included, is not drawn: the
+    /// pixels are the same, the work is not.
+    static void paint(QPainter& painter, Layer& root, double time, const QRectF& area,
+                      const QColor& background);
+
     /// Renders the tree into a new image of size points at scale pixels a
     /// point, over background, at clock time `time`.
     static QImage snapshot(Layer& root, const QSizeF& size, double scale, double time,

@@ -63,8 +63,8 @@ void HostBridge::setSize(const QSizeF& size) {
 void HostBridge::paint(QPainter& painter) {
     _painting = true;
     _window->layoutIfNeededForHost();
-    painter.fillRect(_window->bounds(), Qt::black);
-    LayerPainter::paint(painter, *_window->layer(), RunLoop::main().now());
+    LayerPainter::paint(painter, *_window->layer(), RunLoop::main().now(), _window->bounds(),
+                        Qt::black);
     _window->access().paintFocusRing(painter);
     _painting = false;
     scheduleFrames();

@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 #include <numbers>
+#include <tuple>
+#include <vector>
 
 namespace {
 
@@ -86,6 +88,49 @@ TEST_F(DrawingTest, StrokedClosedPathCoversItsOutlineOnly) {
             EXPECT_EQ(at(image, x, y).alpha(), 0) << "inside " << x << "," << y;
         }
     }
+}
+
+TEST_F(DrawingTest, StrokeCoverageHoldsEveryPixelAStrokePaints) {
+    BezierPath quad;  // slanted edges, one sharp corner
+    quad.moveToPoint({20, 30});
+    quad.addLineToPoint({170, 45});
+    quad.addLineToPoint({30, 60});
+    quad.addLineToPoint({60, 170});
+    quad.closePath();
+    BezierPath open;  // no closing edge, a corner turned right back
+    open.moveToPoint({10, 10});
+    open.addLineToPoint({180, 180});
+    open.addLineToPoint({20, 150});
+    BezierPath arc;
+    arc.addArcWithCenter({100, 100}, 60, 0, 2 * kPi, true);
+    for (const auto& [name, path, width] :
+         std::vector<std::tuple<const char*, BezierPath, double>>{{"quad", quad, 2.0},
+                                                                  {"quad wide", quad, 7.0},
+                                                                  {"open", open, 3.0},
+                                                                  {"arc", arc, 4.0}}) {
+        SCOPED_TRACE(name);
+        BezierPath stroked = path;
+        stroked.setLineWidth(width);
+        const QImage image = render({200, 200}, [&] {
+            platform::setStrokeColor(Qt::red);
+            stroked.stroke();
+        });
+        QRegion area;
+        for (const QRectF& rect : stroked.strokeCoverage()) {
+            area += rect.toAlignedRect().adjusted(-1, -1, 1, 1);
+        }
+        int painted = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                if (at(image, x, y).alpha() != 0) {
+                    ++painted;
+                    ASSERT_TRUE(area.contains(QPoint(x, y))) << x << "," << y;
+                }
+            }
+        }
+        EXPECT_GT(painted, 100);
+    }
+    EXPECT_TRUE(BezierPath().strokeCoverage().empty());
 }
 
 TEST_F(DrawingTest, ArcsFollowThePlatformsAngleConventions) {

@@ -3,6 +3,7 @@
 #include "platform/foundation/RunLoop.h"
 #include "platform/graphics/AffineTransform.h"
 #include "platform/layers/Transaction.h"
+#include "platform/render/LayerPainter.h"
 #include "tests/common/FrameworkLog.h"
 
 #include <QImage>
@@ -175,6 +176,52 @@ TEST_F(QXDPolygonLayerTest, RedrawsThroughTheDisplayPassWithoutImplicitAnimation
     ASSERT_EQ(store.size(), QSize(200, 200));
     EXPECT_EQ(store.pixelColor(70, 39), kLine) << "the top edge, at 2 pixels a point";
     EXPECT_EQ(store.pixelColor(70, 60).alpha(), 0);
+}
+
+TEST_F(QXDPolygonLayerTest, AMovingOutlineIsRedrawnAndCompositedWhereItIsOnly) {
+    // A detected page moving over a large preview, frame after frame.
+    const std::vector<QPointF> first = {{20, 30}, {170, 40}, {160, 260}, {30, 250}};
+    const std::vector<QPointF> second = {{60, 80}, {260, 70}, {250, 280}, {70, 270}};
+    platform::Transaction::Scope quiet(true);
+    layer->setFrame(QRectF(0, 0, 300, 300));
+    auto fresh = QXDPolygonLayer::create();
+    fresh->setFrame(QRectF(0, 0, 300, 300));
+
+    layer->drawPolygonAtKeyPoints(first, QTransform(), kLine);
+    layer->displayIfNeeded();
+    layer->drawPolygonAtKeyPoints(second, QTransform(), kLine);
+    layer->displayIfNeeded();
+    fresh->drawPolygonAtKeyPoints(second, QTransform(), kLine);
+    fresh->displayIfNeeded();
+    EXPECT_EQ(layer->backingStore(), fresh->backingStore()) << "no trace of the first outline";
+
+    const QRegion area = layer->backingStoreArea();
+    qint64 pixels = 0;
+    for (const QRect& rect : area) {
+        pixels += static_cast<qint64>(rect.width()) * rect.height();
+    }
+    EXPECT_LT(pixels, 300 * 300 / 4) << "the outline, not its bounding box";
+    const QImage& store = layer->backingStore();
+    for (int y = 0; y < store.height(); ++y) {
+        for (int x = 0; x < store.width(); ++x) {
+            if (qAlpha(store.pixel(x, y)) != 0) {
+                ASSERT_TRUE(area.contains(QPoint(x, y))) << x << "," << y;
+            }
+        }
+    }
+
+    // Composited over a picture only where it is, the same as the whole store.
+    auto host = platform::Layer::create();
+    host->setFrame(QRectF(0, 0, 300, 300));
+    host->setBackgroundColor(Qt::blue);
+    host->addSublayer(layer);
+    QImage expected(300, 300, QImage::Format_ARGB32_Premultiplied);
+    expected.fill(Qt::blue);
+    {
+        QPainter painter(&expected);
+        painter.drawImage(QPointF(0, 0), store);
+    }
+    EXPECT_EQ(platform::LayerPainter::snapshot(*host, QSizeF(300, 300), 1.0, 0.0), expected);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libopencv-dev
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev
   qt6-multimedia-dev qt6-declarative-dev qt6-speech-dev qt6-speech-flite-plugin
+  flite1-dev flite pulseaudio pulseaudio-utils
   qt6-qpa-plugins libgl-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   fonts-dejavu-core fonts-roboto-unhinted fonts-ipafont-gothic

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <mutex>
 #include <utility>
 
 namespace platform {
@@ -28,6 +27,13 @@ struct QtSpeechEngine::Impl {
                              [this](QTextToSpeech::State state) { stateChanged(state); });
         }
         return *speech;
+    }
+
+    void dispose() {
+        // Its last signals must not reach the engine being destroyed.
+        QObject::disconnect(speech.get(), nullptr, nullptr, nullptr);
+        speech->stop();
+        speech.reset();
     }
 
     void finish(const QString& error) {
@@ -66,9 +72,7 @@ QtSpeechEngine::QtSpeechEngine(QString engineName) : _impl(std::make_unique<Impl
 
 QtSpeechEngine::~QtSpeechEngine() {
     if (_impl->speech) {
-        // Its last signals must not reach the engine being destroyed.
-        QObject::disconnect(_impl->speech.get(), nullptr, nullptr, nullptr);
-        _impl->speech->stop();
+        _impl->dispose();
     }
 }
 
@@ -79,6 +83,11 @@ QString QtSpeechEngine::unavailableReason() {
     }
     if (!_impl->engineName.isEmpty() && !engines.contains(_impl->engineName)) {
         return QStringLiteral("no text-to-speech engine plugin called %1").arg(_impl->engineName);
+    }
+    // Qt's engine stays in its error state after a failed utterance; a new
+    // one is made so that one failure does not silence the rest.
+    if (_impl->speech && _impl->speech->state() == QTextToSpeech::Error) {
+        _impl->dispose();
     }
     QTextToSpeech& speech = _impl->ensure();
     return speech.state() == QTextToSpeech::Error ? _impl->errorText() : QString();
@@ -125,40 +134,6 @@ void QtSpeechEngine::resume() {
     if (_impl->speech) {
         _impl->speech->resume();
     }
-}
-
-namespace {
-
-struct DefaultFactory {
-    std::mutex mutex;
-    SpeechEngineFactory override;
-};
-
-DefaultFactory& defaultFactory() {
-    static DefaultFactory state;
-    return state;
-}
-
-}  // namespace
-
-SpeechEngineFactory defaultSpeechEngineFactory() {
-    {
-        std::lock_guard lock(defaultFactory().mutex);
-        if (defaultFactory().override) {
-            return defaultFactory().override;
-        }
-    }
-    return [] { return std::make_shared<QtSpeechEngine>(); };
-}
-
-ScopedSpeechEngineFactory::ScopedSpeechEngineFactory(SpeechEngineFactory factory) {
-    std::lock_guard lock(defaultFactory().mutex);
-    _previous = std::exchange(defaultFactory().override, std::move(factory));
-}
-
-ScopedSpeechEngineFactory::~ScopedSpeechEngineFactory() {
-    std::lock_guard lock(defaultFactory().mutex);
-    defaultFactory().override = std::move(_previous);
 }
 
 }  // namespace platform

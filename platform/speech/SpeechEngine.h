@@ -36,8 +36,9 @@ public:
 /// that is unavailable.
 using SpeechEngineFactory = std::function<std::shared_ptr<SpeechEngine>()>;
 
-/// The documented default: a QtSpeechEngine over the system's default
-/// text-to-speech engine, unless a ScopedSpeechEngineFactory is in place.
+/// The documented default: a FliteSpeechEngine, unless a
+/// ScopedSpeechEngineFactory is in place. (QtSpeechEngine speaks through
+/// Qt's text-to-speech plugins instead, speech-dispatcher's for one.)
 /// Thread-safe.
 SpeechEngineFactory defaultSpeechEngineFactory();
 

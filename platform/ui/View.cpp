@@ -116,6 +116,7 @@ QRectF View::frame() const {
 
 void View::setFrame(const QRectF& frame) {
     const QSizeF oldSize = bounds().size();
+    const QRectF oldFrame = this->frame();
     _layer->setFrame(frame);
     notePlacementChange();
     if (bounds().size() != oldSize) {
@@ -130,7 +131,9 @@ void View::setFrame(const QRectF& frame) {
             }
         }
     }
-    if (auto parent = superview()) {
+    // A frame set again unchanged (a layout pass placing its subviews as
+    // they are) asks for no further pass.
+    if (auto parent = superview(); parent && this->frame() != oldFrame) {
         parent->setNeedsLayout();
     }
 }

@@ -288,6 +288,34 @@ TEST_F(ViewsTest, AutoresizingMasksFollowTheSuperview) {
     EXPECT_EQ(docked->frame(), QRectF(0, 130, 300, 20)) << "stays docked at the bottom";
 }
 
+TEST_F(ViewsTest, AFrameSetAgainUnchangedAsksForNoFurtherLayoutPass) {
+    // A superview that places its subview on every pass, as a screen does
+    // with its camera view: once laid out, it stays laid out.
+    struct Placing : View {
+        explicit Placing(const QRectF& frame) : View(frame) {}
+        ViewPtr child = View::create();
+        int passes = 0;
+        void layoutSubviews() override {
+            ++passes;
+            child->setFrame(bounds());
+        }
+    };
+    auto parent = View::make<Placing>(QRectF(0, 0, 100, 50));
+    parent->addSubview(parent->child);
+    window->addSubview(parent);
+    window->layoutIfNeededForHost();
+    const int passes = parent->passes;
+    EXPECT_GE(passes, 1);
+    window->layoutIfNeededForHost();
+    EXPECT_EQ(parent->passes, passes);
+    EXPECT_FALSE(parent->needsLayout());
+
+    parent->child->setFrame({0, 0, 10, 10});
+    EXPECT_TRUE(parent->needsLayout()) << "a real change still asks";
+    window->layoutIfNeededForHost();
+    EXPECT_EQ(parent->child->frame(), QRectF(0, 0, 100, 50));
+}
+
 TEST_F(ViewsTest, BlockAnimationsCompleteWithFinishedFlags) {
     auto view = View::create({0, 0, 50, 50});
     window->addSubview(view);

@@ -54,8 +54,10 @@ void QXDPolygonLayer::drawInContext(QPainter& context) {
     platform::pushContext(context);
     QPainter* current = platform::currentContext();
 
+    // Writing transparent pixels clears them; the raster engine fills that
+    // as a plain rectangle, where clearing goes through its blending.
     current->save();
-    current->setCompositionMode(QPainter::CompositionMode_Clear);
+    current->setCompositionMode(QPainter::CompositionMode_Source);
     current->fillRect(bounds(), Qt::transparent);
     current->restore();
 

@@ -286,6 +286,9 @@ LayerPtr Layer::create() {
 Layer::Layer() : _madeAtCommit(detail::commitCount()) {}
 
 Layer::~Layer() {
+    for (const LayerPtr& sublayer : _sublayers) {
+        sublayer->_superlayerPointer = nullptr;
+    }
     for (auto& entry : _animations) {
         stopEarly(*entry.second);
     }
@@ -422,6 +425,7 @@ void Layer::setModelValue(const QString& keyPath, const QVariant& value) {
     }
     if (_model.bounds.size() != oldSize) {
         _needsLayout = true;
+        noteNeedsLayoutAbove();
     }
     if (quiet) {
         markChanged();
@@ -446,6 +450,7 @@ void Layer::setGeometryValue(T LayerState::*field, const QString& key, const T& 
     _model.*field = value;
     if (_model.bounds.size() != oldSize) {
         _needsLayout = true;
+        noteNeedsLayoutAbove();
     }
     markChanged();
 }
@@ -528,6 +533,11 @@ void Layer::insertSublayer(const LayerPtr& layer, std::size_t index) {
     index = std::min(index, _sublayers.size());
     _sublayers.insert(_sublayers.begin() + static_cast<std::ptrdiff_t>(index), child);
     child->_superlayer = weak_from_this();
+    child->_superlayerPointer = this;
+    if (child->_needsLayout || child->_sublayerNeedsLayout) {
+        _sublayerNeedsLayout = true;
+        noteNeedsLayoutAbove();
+    }
     requestLayout();
     markChanged();
 }
@@ -563,6 +573,7 @@ void Layer::removeFromSuperlayer() {
     const LayerPtr super = _superlayer.lock();
     if (!super) {
         _superlayer.reset();
+        _superlayerPointer = nullptr;
         return;
     }
     // The superlayer may hold the last reference to this layer.
@@ -570,23 +581,31 @@ void Layer::removeFromSuperlayer() {
     auto& siblings = super->_sublayers;
     siblings.erase(std::remove(siblings.begin(), siblings.end(), self), siblings.end());
     _superlayer.reset();
+    _superlayerPointer = nullptr;
     super->requestLayout();
     super->markChanged();
 }
 
 void Layer::setTreeChangedHandler(std::function<void()> handler) {
-    _treeChanged = std::move(handler);
+    _treeChanged =
+        handler ? std::make_shared<const std::function<void()>>(std::move(handler)) : nullptr;
 }
 
 void Layer::markChanged() {
     const Layer* root = this;
-    for (LayerPtr up = superlayer(); up; up = up->superlayer()) {
-        root = up.get();
+    while (root->_superlayerPointer != nullptr) {
+        root = root->_superlayerPointer;
     }
-    // A copy, so the handler may replace itself while it runs.
-    const std::function<void()> handler = root->_treeChanged;
-    if (handler) {
-        handler();
+    if (root->_treeChanged) {
+        const auto handler = root->_treeChanged;
+        (*handler)();
+    }
+}
+
+void Layer::noteNeedsLayoutAbove() {
+    for (Layer* up = _superlayerPointer; up != nullptr && !up->_sublayerNeedsLayout;
+         up = up->_superlayerPointer) {
+        up->_sublayerNeedsLayout = true;
     }
 }
 
@@ -602,6 +621,7 @@ void Layer::requestLayout() {
         return;
     }
     _needsLayout = true;
+    noteNeedsLayoutAbove();
     if (const auto delegate = _delegate.lock()) {
         delegate->layerNeedsLayout(*this);
     }
@@ -612,10 +632,16 @@ void Layer::layoutIfNeeded() {
         _needsLayout = false;
         layoutSublayers();
     }
+    if (!_sublayerNeedsLayout) {
+        return;
+    }
+    _sublayerNeedsLayout = false;
     // A copy: layout may add or remove sublayers.
     const std::vector<LayerPtr> sublayers = _sublayers;
     for (const LayerPtr& sublayer : sublayers) {
-        sublayer->layoutIfNeeded();
+        if (sublayer->_needsLayout || sublayer->_sublayerNeedsLayout) {
+            sublayer->layoutIfNeeded();
+        }
     }
 }
 

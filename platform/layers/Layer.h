@@ -254,6 +254,8 @@ private:
     void finishAnimation(std::uint64_t generation);
     static void stopEarly(Running& running);
     void appendDump(QString& out, int depth) const;
+    /// Marks the layers above as having a sublayer that needs layout.
+    void noteNeedsLayoutAbove();
 
     LayerState _model;
     bool _masksToBounds = false;
@@ -261,17 +263,24 @@ private:
     ContentsGravity _contentsGravity = ContentsGravity::Resize;
     double _contentsScale = 1.0;
     std::weak_ptr<Layer> _superlayer;
+    // The same superlayer for the walks up the tree that every change makes;
+    // cleared when this layer leaves it or the superlayer goes.
+    Layer* _superlayerPointer = nullptr;
     std::vector<LayerPtr> _sublayers;
     bool _needsDisplay = false;
     bool _displayedOnce = false;
     std::uint64_t _madeAtCommit = 0;
     bool _needsLayout = false;
+    // A sublayer, or one below it, needs layout: layoutIfNeeded visits only
+    // the branches that do.
+    bool _sublayerNeedsLayout = false;
     QImage _backingStore;
     QRegion _backingStoreArea;
     std::vector<std::pair<QString, std::shared_ptr<Running>>> _animations;
     std::uint64_t _animationGeneration = 0;
     std::weak_ptr<LayerDelegate> _delegate;
-    std::function<void()> _treeChanged;
+    // Shared, so that a handler may replace itself while it runs.
+    std::shared_ptr<const std::function<void()>> _treeChanged;
 };
 
 /// A layer that draws a path: filled with fillColor (opaque black by default,

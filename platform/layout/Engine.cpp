@@ -7,6 +7,10 @@
 
 namespace platform::layout::detail {
 
+namespace {
+constexpr std::size_t kMaxMovedBasics = 1024;
+}  // namespace
+
 /// The solver moves a constraint's constant in place, so that the views layer
 /// can animate a constant without building a new constraint each frame.
 struct ConstraintAccess {
@@ -122,12 +126,29 @@ void Engine::suggestValue(const Variable& variable, double value) {
     updateConstant(entry->constraint, -value);
 }
 
-void Engine::updateVariables() {
-    _variables.forEach([this](VariableEntry& entry) {
-        const Row* row = _tableau.rowFor(entry.symbol);
+const std::vector<const Variable*>* Engine::updateVariables() {
+    auto write = [this](Symbol symbol, Variable& variable) {
+        const Row* row = _tableau.rowFor(symbol);
         const double value = row != nullptr ? row->constant() : 0.0;
-        entry.variable.setValue(value == 0.0 ? 0.0 : value);  // never -0
-    });
+        variable.setValue(value == 0.0 ? 0.0 : value);  // never -0
+    };
+    _written.clear();
+    const bool partial = _valuesShape == _tableau.shape();
+    if (partial) {
+        // Only constants moved since the last full pass: only basic
+        // variables can have new values.
+        for (Symbol basic : _movedBasics) {
+            if (auto it = _variablesBySymbol.find(basic.id); it != _variablesBySymbol.end()) {
+                write(basic, it->second);
+                _written.push_back(&it->second);
+            }
+        }
+    } else {
+        _variables.forEach([&](VariableEntry& entry) { write(entry.symbol, entry.variable); });
+        _valuesShape = _tableau.shape();
+    }
+    _movedBasics.clear();
+    return partial ? &_written : nullptr;
 }
 
 void Engine::reset() {
@@ -139,6 +160,11 @@ void Engine::reset() {
     _artificial.reset();
     _infeasible.clear();
     _nextId = 1;
+    _columns.clear();
+    _variablesBySymbol.clear();
+    _movedBasics.clear();
+    _written.clear();
+    _valuesShape.reset();
 }
 
 // ---- symbols and rows ----------------------------------------------------------
@@ -149,11 +175,12 @@ Symbol Engine::newSymbol(Symbol::Kind kind) {
 
 Engine::VariableEntry& Engine::variableFor(const Variable& variable) {
     return *_variables
-                .findOrInsert(
-                    variable.key(),
-                    [&] {
-                        return VariableEntry{variable, newSymbol(Symbol::Kind::External), 0};
-                    })
+                .findOrInsert(variable.key(),
+                              [&] {
+                                  const Symbol symbol = newSymbol(Symbol::Kind::External);
+                                  _variablesBySymbol.emplace(symbol.id, variable);
+                                  return VariableEntry{variable, symbol, 0};
+                              })
                 .first;
 }
 
@@ -161,6 +188,7 @@ void Engine::releaseVariables(const Constraint& constraint) {
     for (const Term& term : constraint.expression().terms()) {
         VariableEntry* entry = _variables.find(term.variable.key());
         if (!nearZero(term.coefficient) && entry != nullptr && --entry->uses <= 0) {
+            _variablesBySymbol.erase(entry->symbol.id);
             _variables.erase(term.variable.key());
         }
     }
@@ -472,6 +500,13 @@ bool Engine::shiftConstant(const Tag& tag, double delta) {
     bool consistent = true;
     auto move = [&](Symbol basic, Row& row, double change) {
         row.add(change);
+        if (basic.isExternal() && _valuesShape == _tableau.shape()) {
+            if (_movedBasics.size() < kMaxMovedBasics) {
+                _movedBasics.push_back(basic);
+            } else {
+                _valuesShape.reset();  // many moves without a read: read everything
+            }
+        }
         if (basic.isDummy() && !nearZero(row.constant())) {
             consistent = false;
         }
@@ -481,14 +516,30 @@ bool Engine::shiftConstant(const Tag& tag, double delta) {
         move(tag.marker, *row, -shift);
         return consistent;
     }
-    for (Tableau::Entry& entry : _tableau.entries()) {
-        const double coefficient = entry.row.coefficientFor(tag.marker);
-        if (coefficient != 0.0) {
-            move(entry.basic, entry.row, coefficient * shift);
-        }
+    std::vector<Tableau::Entry>& entries = _tableau.entries();
+    for (std::uint32_t index : rowsHolding(tag.marker)) {
+        Tableau::Entry& entry = entries[index];
+        move(entry.basic, entry.row, entry.row.coefficientFor(tag.marker) * shift);
     }
     _objective.shiftConstants(tag.marker, shift);
     return consistent;
+}
+
+const std::vector<std::uint32_t>& Engine::rowsHolding(Symbol symbol) {
+    if (_columnsShape != _tableau.shape()) {
+        _columns.clear();
+        _columnsShape = _tableau.shape();
+    }
+    auto [it, inserted] = _columns.try_emplace(symbol.id);
+    if (inserted) {
+        const std::vector<Tableau::Entry>& entries = _tableau.entries();
+        for (std::size_t index = 0; index < entries.size(); ++index) {
+            if (entries[index].row.contains(symbol)) {
+                it->second.push_back(static_cast<std::uint32_t>(index));
+            }
+        }
+    }
+    return it->second;
 }
 
 void Engine::collectInfeasibleRows() {

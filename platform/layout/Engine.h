@@ -12,6 +12,7 @@
 #include <QString>
 
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 namespace platform::layout::detail {
@@ -32,7 +33,9 @@ public:
     bool hasEditVariable(const Variable& variable) const;
     void suggestValue(const Variable& variable, double value);
 
-    void updateVariables();
+    /// Writes the solution; returns the variables written when only those
+    /// could have changed, null when any could.
+    const std::vector<const Variable*>* updateVariables();
     void reset();
     QString dump() const;
 
@@ -88,6 +91,10 @@ private:
     /// required equality that only restated others no longer agrees.
     bool shiftConstant(const Tag& tag, double delta);
     void collectInfeasibleRows();
+    /// The positions in the tableau of the rows that hold `symbol`, kept
+    /// until the tableau changes shape: a constant animated frame after frame
+    /// touches only the rows it moves.
+    const std::vector<std::uint32_t>& rowsHolding(Symbol symbol);
 
     QString symbolName(Symbol symbol) const;
     QString rowText(const Row& row) const;
@@ -100,6 +107,15 @@ private:
     std::optional<Objective> _artificial;
     std::vector<Symbol> _infeasible;
     std::uint32_t _nextId = 1;
+
+    std::unordered_map<std::uint32_t, std::vector<std::uint32_t>> _columns;
+    std::uint64_t _columnsShape = 0;
+    /// Variables by their symbol, and the basic ones whose values moved
+    /// since `updateVariables` last ran over all of them at `_valuesShape`.
+    std::unordered_map<std::uint32_t, Variable> _variablesBySymbol;
+    std::vector<Symbol> _movedBasics;
+    std::vector<const Variable*> _written;
+    std::optional<std::uint64_t> _valuesShape;
 };
 
 }  // namespace platform::layout::detail

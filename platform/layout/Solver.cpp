@@ -41,6 +41,10 @@ void Solver::suggestValue(const Variable& variable, double value) {
     _engine->suggestValue(variable, value);
 }
 
+const std::vector<const Variable*>* Solver::updateChangedVariables() {
+    return _engine->updateVariables();
+}
+
 void Solver::updateVariables() {
     _engine->updateVariables();
 }

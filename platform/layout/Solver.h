@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <memory>
+#include <vector>
 
 namespace platform::layout {
 
@@ -57,6 +58,11 @@ public:
 
     /// Writes the current solution into the variables.
     void updateVariables();
+    /// Like updateVariables, and says which values it wrote: those of the
+    /// variables listed (the list is valid until the next call on the
+    /// solver), or, when it returns null, any of them. After changes of
+    /// constants alone the list holds only the variables those moved.
+    const std::vector<const Variable*>* updateChangedVariables();
     /// Forgets every constraint and edit variable.
     void reset();
     /// The objective, the tableau rows, the constraints with their marker

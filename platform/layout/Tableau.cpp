@@ -23,11 +23,13 @@ void Tableau::insert(Symbol basic, Row row) {
     if (basic.id >= _indexById.size()) {
         _indexById.resize(std::max<std::size_t>(basic.id + 1, _indexById.size() * 2), kNoRow);
     }
+    ++_shape;
     _indexById[basic.id] = static_cast<std::int32_t>(_entries.size());
     _entries.push_back(Entry{basic, std::move(row)});
 }
 
 Row Tableau::take(Symbol basic) {
+    ++_shape;
     const auto index = static_cast<std::size_t>(_indexById[basic.id]);
     Row row = std::move(_entries[index].row);
     _indexById[basic.id] = kNoRow;
@@ -40,6 +42,7 @@ Row Tableau::take(Symbol basic) {
 }
 
 void Tableau::clear() {
+    ++_shape;
     _entries.clear();
     _indexById.clear();
 }

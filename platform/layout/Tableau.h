@@ -27,12 +27,17 @@ public:
 
     std::vector<Entry>& entries() { return _entries; }
     const std::vector<Entry>& entries() const { return _entries; }
+    /// Changes whenever a row comes or goes. Rows change their cells only
+    /// together with such a change (a pivot takes one and inserts another),
+    /// so an index of where symbols occur holds while this stays the same.
+    std::uint64_t shape() const { return _shape; }
 
 private:
     static constexpr std::int32_t kNoRow = -1;
 
     std::vector<Entry> _entries;
     std::vector<std::int32_t> _indexById;
+    std::uint64_t _shape = 0;
 };
 
 }  // namespace platform::layout::detail

@@ -28,23 +28,24 @@ constexpr int kMaxNesting = 8;
 constexpr int kMaxRounds = 4;
 constexpr double kTolerance = 1e-9;
 
-thread_local int tlsDepth = 0;
-// The engine of the pass in progress, so that layoutSubviews finds it at once.
-thread_local LayoutEngine* tlsEngine = nullptr;
-thread_local const View* tlsRoot = nullptr;
+// The pass in progress on this thread, so that layoutSubviews finds its
+// engine at once, and how deeply passes nest.
+struct PassInProgress {
+    int depth = 0;
+    LayoutEngine* engine = nullptr;
+    const View* root = nullptr;
+};
+thread_local PassInProgress tlsPass;
+
+template <typename T>
+bool sameOwner(const std::weak_ptr<T>& a, const std::weak_ptr<T>& b) {
+    return !a.owner_before(b) && !b.owner_before(a);
+}
 
 bool near(const QRectF& a, const QRectF& b) {
     return std::abs(a.x() - b.x()) < kTolerance && std::abs(a.y() - b.y()) < kTolerance &&
            std::abs(a.width() - b.width()) < kTolerance &&
            std::abs(a.height() - b.height()) < kTolerance;
-}
-
-View& rootOf(View& view) {
-    View* root = &view;
-    while (auto parent = root->superview()) {
-        root = parent.get();
-    }
-    return *root;
 }
 
 }  // namespace
@@ -63,6 +64,8 @@ struct LayoutEngine::State {
     // constraints, and its solution relative to its superview.
     struct ViewEntry {
         std::weak_ptr<View> view;
+        // The view itself, to be used only while `view` has not expired.
+        View* self = nullptr;
         const View* parent = nullptr;
         // The superview's variables the placement refers to (null handles
         // for the root): the solution is read relative to them.
@@ -91,6 +94,8 @@ struct LayoutEngine::State {
 
     lo::Solver solver;
     std::unordered_map<const View*, ViewEntry> views;
+    // The view each solver variable belongs to.
+    std::unordered_map<const void*, const View*> owners;
     std::unordered_map<const LayoutConstraint*, ConstraintEntry> constraints;
     bool structureChanged = true;
     std::vector<std::weak_ptr<LayoutConstraint>> constants;
@@ -98,6 +103,13 @@ struct LayoutEngine::State {
     std::vector<std::weak_ptr<View>> intrinsics;
     std::vector<std::weak_ptr<View>> resized;
     const View* root = nullptr;
+    // How many entries wait for their superview's layoutSubviews.
+    std::size_t pendingCount = 0;
+
+    void markPending(ViewEntry& entry) {
+        pendingCount += entry.pending ? 0 : 1;
+        entry.pending = true;
+    }
 
     bool dirty() const {
         return structureChanged || !constants.empty() || !placements.empty() ||
@@ -139,9 +151,26 @@ struct LayoutEngine::State {
 
     // --- views -------------------------------------------------------------------
 
+    void forgetOwner(const ViewEntry& entry) {
+        for (const lo::Variable* variable :
+             {&entry.vars.left, &entry.vars.top, &entry.vars.width, &entry.vars.height}) {
+            owners.erase(variable->key());
+        }
+    }
+
+    void eraseEntry(const View* view) {
+        if (auto it = views.find(view); it != views.end()) {
+            pendingCount -= it->second.pending ? 1 : 0;
+            forgetOwner(it->second);
+            views.erase(it);
+        }
+    }
+
+    // The entry of a live view. An entry whose view is gone may share its
+    // address with a newer view; it is not that view's.
     ViewEntry* find(const View& view) {
         auto it = views.find(&view);
-        if (it == views.end() || it->second.view.lock().get() != &view) {
+        if (it == views.end() || it->second.view.expired()) {
             return nullptr;
         }
         return &it->second;
@@ -253,14 +282,19 @@ struct LayoutEngine::State {
         ViewEntry* parent = superview ? &ensure(*superview) : nullptr;
         ViewEntry* entry = find(view);
         if (entry == nullptr) {
-            views.erase(&view);
+            eraseEntry(&view);
             entry = &views[&view];
             entry->view = view.weak_from_this();
+            entry->self = &view;
             const QString name = view.typeName();
             entry->vars = {lo::Variable(name + QStringLiteral(".left")),
                            lo::Variable(name + QStringLiteral(".top")),
                            lo::Variable(name + QStringLiteral(".width")),
                            lo::Variable(name + QStringLiteral(".height"))};
+            for (const lo::Variable* variable :
+                 {&entry->vars.left, &entry->vars.top, &entry->vars.width, &entry->vars.height}) {
+                owners[variable->key()] = &view;
+            }
             entry->sizeBounds = {
                 addAt(lo::Expression(entry->vars.width) >= 0.0, 1000.0f, nullptr),
                 addAt(lo::Expression(entry->vars.height) >= 0.0, 1000.0f, nullptr)};
@@ -401,6 +435,8 @@ struct LayoutEngine::State {
         for (auto it = views.begin(); it != views.end();) {
             if (!it->second.seen) {
                 forget(it->second);
+                pendingCount -= it->second.pending ? 1 : 0;
+                forgetOwner(it->second);
                 it = views.erase(it);
             } else {
                 ++it;
@@ -429,7 +465,7 @@ struct LayoutEngine::State {
         bool any = false;
         for (const ViewPtr& s : view.subviews()) {
             if (ViewEntry* entry = find(*s); entry != nullptr && !entry->pinned) {
-                entry->pending = true;
+                markPending(*entry);
                 any = true;
             }
         }
@@ -459,7 +495,7 @@ struct LayoutEngine::State {
                 continue;
             }
             auto it = constraints.find(c.get());
-            if (it != constraints.end() && it->second.source.lock() == c &&
+            if (it != constraints.end() && sameOwner(it->second.source, weak) &&
                 it->second.constant != c->constant()) {
                 it->second.constant = c->constant();
                 updateConstant(it->second.constraint, -it->second.constant,
@@ -468,30 +504,50 @@ struct LayoutEngine::State {
         }
     }
 
-    // Reads the solution; a view whose place relative to its superview moved
-    // gets written by its superview's next layoutSubviews.
     void readSolution() {
-        solver.updateVariables();
-        for (auto& [key, entry] : views) {
-            const Variables& v = entry.vars;
-            QRectF rect(v.left.value(), v.top.value(), v.width.value(), v.height.value());
-            if (entry.parentVars) {
-                rect.translate(-entry.parentVars->left.value(), -entry.parentVars->top.value());
+        const std::vector<const lo::Variable*>* written = solver.updateChangedVariables();
+        if (written == nullptr) {
+            for (auto& [key, entry] : views) {
+                readEntry(entry);
             }
-            if (entry.solvedOnce && near(rect, entry.solved)) {
+            return;
+        }
+        // Only constants moved: only the views whose variables were written
+        // and the views placed relative to them can have moved.
+        for (const lo::Variable* variable : *written) {
+            const auto owner = owners.find(variable->key());
+            ViewEntry* entry = owner == owners.end() ? nullptr : find(*owner->second);
+            if (entry == nullptr) {
                 continue;
             }
-            entry.solved = rect;
-            entry.solvedOnce = true;
-            if (entry.pinned) {
-                continue;
-            }
-            entry.pending = true;
-            if (auto view = entry.view.lock()) {
-                if (auto superview = view->superview()) {
-                    superview->setNeedsLayout();
+            readEntry(*entry);
+            for (const ViewPtr& s : entry->self->subviews()) {
+                if (ViewEntry* child = find(*s); child != nullptr && child->parent == entry->self) {
+                    readEntry(*child);
                 }
             }
+        }
+    }
+
+    // Takes the entry's solution; a view whose place relative to its
+    // superview moved gets written by its superview's next layoutSubviews.
+    void readEntry(ViewEntry& entry) {
+        const Variables& v = entry.vars;
+        QRectF rect(v.left.value(), v.top.value(), v.width.value(), v.height.value());
+        if (entry.parentVars) {
+            rect.translate(-entry.parentVars->left.value(), -entry.parentVars->top.value());
+        }
+        if (entry.solvedOnce && near(rect, entry.solved)) {
+            return;
+        }
+        entry.solved = rect;
+        entry.solvedOnce = true;
+        if (entry.pinned) {
+            return;
+        }
+        markPending(entry);
+        if (!entry.view.expired() && entry.self->_superviewPointer != nullptr) {
+            entry.self->_superviewPointer->setNeedsLayout();
         }
     }
 };
@@ -510,11 +566,11 @@ const QRectF* LayoutEngine::solvedRect(const View& view) const {
 }
 
 LayoutEngine* LayoutEngine::engineOf(View& view) {
-    View& root = rootOf(view);
-    if (auto* window = dynamic_cast<Window*>(&root)) {
-        return &window->layoutEngine();
+    View* root = &view;
+    while (root->_superviewPointer != nullptr) {
+        root = root->_superviewPointer;
     }
-    return root._rootLayoutEngine.get();
+    return root->_rootLayoutEngine.get();
 }
 
 void LayoutEngine::noteStructureChange(View& view) {
@@ -589,9 +645,24 @@ void LayoutEngine::layoutTree(View& view) {
         return;
     }
     view._subtreeNeedsLayout = false;
-    // Copy: layoutSubviews may change the subviews.
-    const std::vector<ViewPtr> subviews = view.subviews();
-    for (const ViewPtr& s : subviews) {
+    // The subviews that asked, held: layoutSubviews may change the list.
+    // Usually one asked, and then nothing is allocated. One that an earlier
+    // sibling's layout marks re-marks this view, and the pass goes round again.
+    ViewPtr first;
+    std::vector<ViewPtr> more;
+    for (const ViewPtr& s : view.subviews()) {
+        if (s->_needsLayout || s->_subtreeNeedsLayout) {
+            if (!first) {
+                first = s;
+            } else {
+                more.push_back(s);
+            }
+        }
+    }
+    if (first) {
+        layoutTree(*first);
+    }
+    for (const ViewPtr& s : more) {
         if (s->_needsLayout || s->_subtreeNeedsLayout) {
             layoutTree(*s);
         }
@@ -599,21 +670,17 @@ void LayoutEngine::layoutTree(View& view) {
 }
 
 void LayoutEngine::layout(View& root) {
-    if (tlsDepth >= kMaxNesting) {
+    PassInProgress& pass = tlsPass;
+    if (pass.depth >= kMaxNesting) {
         return;
     }
-    LayoutEngine* engine = nullptr;
-    if (auto* window = dynamic_cast<Window*>(&root)) {
-        engine = &window->layoutEngine();
-    } else {
-        if (!root._rootLayoutEngine) {
-            root._rootLayoutEngine = std::make_unique<LayoutEngine>();
-        }
-        engine = root._rootLayoutEngine.get();
+    if (!root._rootLayoutEngine) {
+        root._rootLayoutEngine = std::make_unique<LayoutEngine>();
     }
-    ++tlsDepth;
-    LayoutEngine* const outerEngine = std::exchange(tlsEngine, engine);
-    const View* const outerRoot = std::exchange(tlsRoot, &root);
+    LayoutEngine* const engine = root._rootLayoutEngine.get();
+    ++pass.depth;
+    LayoutEngine* const outerEngine = std::exchange(pass.engine, engine);
+    const View* const outerRoot = std::exchange(pass.root, &root);
     // A pass whose frame writes changed what the solver knows (a translated
     // subview resized with its superview) runs again, a few times at most.
     for (int round = 0; round < kMaxRounds; ++round) {
@@ -631,14 +698,15 @@ void LayoutEngine::layout(View& root) {
             break;
         }
     }
-    tlsEngine = outerEngine;
-    tlsRoot = outerRoot;
-    --tlsDepth;
+    pass.engine = outerEngine;
+    pass.root = outerRoot;
+    --pass.depth;
 }
 
 void LayoutEngine::applyFrames(View& view) {
-    LayoutEngine* engine = tlsEngine;
-    if (engine == nullptr || !view.isDescendantOfView(tlsRoot)) {
+    const PassInProgress& pass = tlsPass;
+    LayoutEngine* engine = pass.engine;
+    if (engine == nullptr || !view.isDescendantOfView(pass.root)) {
         engine = engineOf(view);
     }
     if (engine == nullptr) {
@@ -646,6 +714,9 @@ void LayoutEngine::applyFrames(View& view) {
     }
     State& state = *engine->_state;
     for (const ViewPtr& s : view.subviews()) {
+        if (state.pendingCount == 0) {
+            return;
+        }
         if (s->translatesAutoresizingMaskIntoConstraints()) {
             continue;
         }
@@ -654,6 +725,7 @@ void LayoutEngine::applyFrames(View& view) {
             continue;
         }
         entry->pending = false;
+        --state.pendingCount;
         const QRectF& solved = entry->solved;
         const QRectF bounds = s->bounds();
         if (bounds.size() != solved.size()) {

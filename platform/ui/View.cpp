@@ -89,6 +89,9 @@ ViewPtr View::create(const QRectF& frame) {
 View::View(const QRectF& frame) : _initialFrame(frame) {}
 
 View::~View() {
+    for (const ViewPtr& subview : _subviews) {
+        subview->_superviewPointer = nullptr;
+    }
     if (_layer) {
         _layer->setDelegate({});
     }
@@ -259,6 +262,7 @@ void View::insertSubview(const ViewPtr& view, std::size_t index) {
         _layer->addSublayer(view->layer());
     }
     view->_superview = weak_from_this();
+    view->_superviewPointer = this;
     // No longer the root of its own tree.
     view->_rootLayoutEngine.reset();
     if (!sameParent) {
@@ -336,6 +340,7 @@ void View::detachFromSuperview(const std::shared_ptr<Window>& nextWindow) {
         });
     }
     _superview.reset();
+    _superviewPointer = nullptr;
     LayoutEngine::noteStructureChange(*parent);
     const auto oldWindow = _window.lock();
     if (oldWindow != nextWindow) {
@@ -378,7 +383,7 @@ void View::sendSubviewToBack(const View* view) {
 }
 
 bool View::isDescendantOfView(const View* view) const {
-    for (const View* v = this; v != nullptr; v = v->superview().get()) {
+    for (const View* v = this; v != nullptr; v = v->_superviewPointer) {
         if (v == view) {
             return true;
         }
@@ -478,13 +483,13 @@ void View::setNeedsUpdateConstraints() {
 
 void View::markSubtreeNeedsUpdateConstraints() {
     for (View* v = this; v != nullptr && !v->_subtreeNeedsUpdateConstraints;
-         v = v->superview().get()) {
+         v = v->_superviewPointer) {
         v->_subtreeNeedsUpdateConstraints = true;
     }
 }
 
 void View::markSubtreeNeedsLayout() {
-    for (View* v = this; v != nullptr && !v->_subtreeNeedsLayout; v = v->superview().get()) {
+    for (View* v = this; v != nullptr && !v->_subtreeNeedsLayout; v = v->_superviewPointer) {
         v->_subtreeNeedsLayout = true;
     }
 }
@@ -545,8 +550,8 @@ void View::setNeedsLayout() {
         return;
     }
     _needsLayout = true;
-    if (auto parent = superview()) {
-        parent->markSubtreeNeedsLayout();
+    if (_superviewPointer != nullptr) {
+        _superviewPointer->markSubtreeNeedsLayout();
     }
     _layer->setNeedsLayout();
 }
@@ -556,8 +561,8 @@ void View::layoutIfNeeded() {
     // two views in it are solved together; only views that need layout (and
     // their subtrees, whose frames may follow) are visited.
     View* root = this;
-    while (auto parent = root->superview()) {
-        root = parent.get();
+    while (root->_superviewPointer != nullptr) {
+        root = root->_superviewPointer;
     }
     LayoutEngine::layout(*root);
 }

@@ -299,6 +299,9 @@ private:
     LayerPtr _layer;
     QRectF _initialFrame;
     std::weak_ptr<View> _superview;
+    // The same superview for the walks up the tree that layout does on every
+    // pass; cleared when this view leaves it or the superview goes.
+    View* _superviewPointer = nullptr;
     std::weak_ptr<Window> _window;
     std::weak_ptr<ViewController> _viewController;
     std::vector<ViewPtr> _subviews;

@@ -16,10 +16,10 @@ std::shared_ptr<Window> Window::create(const QRectF& frame) {
     return make<Window>(frame);
 }
 
-Window::Window(const QRectF& frame)
-    : View(frame),
-      _layoutEngine(std::make_unique<LayoutEngine>()),
-      _access(std::make_unique<WindowAccess>(*this)) {}
+Window::Window(const QRectF& frame) : View(frame), _access(std::make_unique<WindowAccess>(*this)) {
+    // A window is always the root of its tree.
+    _rootLayoutEngine = std::make_unique<LayoutEngine>();
+}
 
 Window::~Window() = default;
 
@@ -33,7 +33,7 @@ QString Window::typeName() const {
 }
 
 LayoutEngine& Window::layoutEngine() {
-    return *_layoutEngine;
+    return *_rootLayoutEngine;
 }
 
 WindowAccess& Window::access() {

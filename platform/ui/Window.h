@@ -57,7 +57,6 @@ protected:
 
 private:
     std::shared_ptr<ViewController> _rootViewController;
-    std::unique_ptr<LayoutEngine> _layoutEngine;
     std::unique_ptr<WindowAccess> _access;
     bool _visible = false;
     std::vector<Touch> _activeTouches;

@@ -5,8 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <map>
 #include <ostream>
+#include <random>
 #include <string>
 
 namespace platform::layout {
@@ -242,6 +245,84 @@ TEST(LayoutSolverIncremental, UpdatedConstantsResolveAndConflictingOnesAreRefuse
     EXPECT_FALSE(solver.hasConstraint(pinned));
     solver.updateVariables();
     EXPECT_NEAR(height.value(), 300, kTolerance);
+}
+
+// Constants animated frame after frame, with constraints coming and going in
+// between: the solution always matches a solver built afresh from the same
+// constraints, and whenever the solver lists the values it wrote, every value
+// that changed is among them.
+TEST(LayoutSolverIncremental, AnimatedConstantsMatchAFreshSolveAndListWhatMoved) {
+    constexpr int kCount = 12;
+    std::vector<Variable> x;
+    for (int i = 0; i < kCount; ++i) {
+        x.emplace_back(QStringLiteral("x%1").arg(i));
+    }
+    // A chain x[i] = x[i-1] + gap, some links not required, held under a
+    // ceiling that some gaps push them against, and a wish for x[0]. Every
+    // priority differs, so the solution is unique.
+    std::vector<Constraint> system{(x[0] == 10) | Strength(900)};
+    for (int i = 1; i < kCount; ++i) {
+        const Strength strength = i % 3 == 0 ? Strength(100.0 + 20.0 * i) : Strength::required;
+        system.push_back((x[i] == x[i - 1] + 5.0 * i) | strength);
+        system.push_back(x[i] <= 200.0 + 10.0 * i);
+    }
+    Solver solver;
+    for (const Constraint& c : system) {
+        solver.addConstraint(c);
+    }
+    solver.updateVariables();
+
+    std::mt19937 random(7);
+    std::uniform_int_distribution<std::size_t> pick(0, system.size() - 1);
+    std::uniform_real_distribution<double> constant(-250.0, 50.0);
+    const Constraint extra = (x[kCount / 2] >= 120) | Strength::required;
+    bool extraIn = false;
+    for (int step = 0; step < 300; ++step) {
+        if (step % 37 == 36 && extraIn) {
+            solver.removeConstraint(extra);
+            extraIn = false;
+        } else if (step % 37 == 36) {
+            try {
+                solver.addConstraint(extra);
+                extraIn = true;
+            } catch (const UnsatisfiableConstraint&) {
+            }
+        } else {
+            const Constraint& c = system[pick(random)];
+            try {
+                solver.updateConstant(c, constant(random));
+            } catch (const UnsatisfiableConstraint&) {
+                // A required link that the ceilings cannot take keeps its constant.
+            }
+        }
+        std::vector<double> before;
+        for (const Variable& v : x) {
+            before.push_back(v.value());
+        }
+        const std::vector<const Variable*>* written = solver.updateChangedVariables();
+        std::vector<double> incremental;
+        for (const Variable& v : x) {
+            incremental.push_back(v.value());
+        }
+
+        Solver fresh;
+        for (const Constraint& c : system) {
+            fresh.addConstraint(Constraint(c.expression(), c.relation(), c.strength()));
+        }
+        if (extraIn) {
+            fresh.addConstraint(Constraint(extra.expression(), extra.relation(), extra.strength()));
+        }
+        fresh.updateVariables();
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            const Variable& v = x[i];
+            SCOPED_TRACE(testing::Message() << "step " << step << ", x" << i);
+            ASSERT_NEAR(incremental[i], v.value(), 1e-6);
+            if (written != nullptr && std::abs(incremental[i] - before[i]) > 1e-9) {
+                EXPECT_TRUE(std::any_of(written->begin(), written->end(),
+                                        [&](const Variable* w) { return w->is(v); }));
+            }
+        }
+    }
 }
 
 TEST(LayoutSolverIncremental, ResetForgetsEverything) {

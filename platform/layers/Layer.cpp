@@ -616,6 +616,14 @@ void Layer::setNeedsLayout() {
     markChanged();
 }
 
+void Layer::setNeedsLayoutForDelegate() {
+    if (!_needsLayout) {
+        _needsLayout = true;
+        noteNeedsLayoutAbove();
+    }
+    markChanged();
+}
+
 void Layer::requestLayout() {
     if (_needsLayout) {
         return;

@@ -188,6 +188,9 @@ public:
 
     // Layout
     void setNeedsLayout();
+    /// setNeedsLayout for the delegate's own use: the delegate already knows,
+    /// so it is not told.
+    void setNeedsLayoutForDelegate();
     bool needsLayout() const { return _needsLayout; }
     void layoutIfNeeded();
     virtual void layoutSublayers();

@@ -25,6 +25,11 @@ public:
     /// A key for maps: equal exactly when `is` holds.
     const void* key() const { return _data.get(); }
 
+    /// Whatever the owner of the variable wants to find from it (the solver
+    /// never reads it); null by default.
+    void* context() const { return _data->context; }
+    void setContext(void* context) { _data->context = context; }
+
     /// The name, or "<unnamed>" when there is none.
     QString toString() const;
 
@@ -32,6 +37,7 @@ private:
     struct Data {
         QString name;
         double value = 0.0;
+        void* context = nullptr;
     };
     std::shared_ptr<Data> _data;
 };

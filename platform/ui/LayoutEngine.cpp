@@ -37,11 +37,6 @@ struct PassInProgress {
 };
 thread_local PassInProgress tlsPass;
 
-template <typename T>
-bool sameOwner(const std::weak_ptr<T>& a, const std::weak_ptr<T>& b) {
-    return !a.owner_before(b) && !b.owner_before(a);
-}
-
 bool near(const QRectF& a, const QRectF& b) {
     return std::abs(a.x() - b.x()) < kTolerance && std::abs(a.y() - b.y()) < kTolerance &&
            std::abs(a.width() - b.width()) < kTolerance &&
@@ -94,21 +89,31 @@ struct LayoutEngine::State {
 
     lo::Solver solver;
     std::unordered_map<const View*, ViewEntry> views;
-    // The view each solver variable belongs to.
-    std::unordered_map<const void*, const View*> owners;
     std::unordered_map<const LayoutConstraint*, ConstraintEntry> constraints;
     bool structureChanged = true;
-    std::vector<std::weak_ptr<LayoutConstraint>> constants;
+    // Constraints whose constants changed. Only looked at when the tree kept
+    // its structure since the last pass, and then only those still known:
+    // each is held by a view of the tree.
+    std::vector<const LayoutConstraint*> constants;
     std::vector<std::weak_ptr<View>> placements;
     std::vector<std::weak_ptr<View>> intrinsics;
     std::vector<std::weak_ptr<View>> resized;
     const View* root = nullptr;
-    // How many entries wait for their superview's layoutSubviews.
-    std::size_t pendingCount = 0;
+    // The entries whose solution waits for their superview's layoutSubviews.
+    std::vector<ViewEntry*> pending;
 
     void markPending(ViewEntry& entry) {
-        pendingCount += entry.pending ? 0 : 1;
-        entry.pending = true;
+        if (!entry.pending) {
+            entry.pending = true;
+            pending.push_back(&entry);
+        }
+    }
+
+    void unmarkPending(ViewEntry& entry) {
+        if (entry.pending) {
+            entry.pending = false;
+            pending.erase(std::find(pending.begin(), pending.end(), &entry));
+        }
     }
 
     bool dirty() const {
@@ -151,17 +156,10 @@ struct LayoutEngine::State {
 
     // --- views -------------------------------------------------------------------
 
-    void forgetOwner(const ViewEntry& entry) {
-        for (const lo::Variable* variable :
-             {&entry.vars.left, &entry.vars.top, &entry.vars.width, &entry.vars.height}) {
-            owners.erase(variable->key());
-        }
-    }
-
+    // Drops the entry of a view that is gone, constraints and all.
     void eraseEntry(const View* view) {
         if (auto it = views.find(view); it != views.end()) {
-            pendingCount -= it->second.pending ? 1 : 0;
-            forgetOwner(it->second);
+            forget(it->second);
             views.erase(it);
         }
     }
@@ -291,9 +289,10 @@ struct LayoutEngine::State {
                            lo::Variable(name + QStringLiteral(".top")),
                            lo::Variable(name + QStringLiteral(".width")),
                            lo::Variable(name + QStringLiteral(".height"))};
-            for (const lo::Variable* variable :
+            // The solver lists the variables it wrote; each leads to its entry.
+            for (lo::Variable* variable :
                  {&entry->vars.left, &entry->vars.top, &entry->vars.width, &entry->vars.height}) {
-                owners[variable->key()] = &view;
+                variable->setContext(entry);
             }
             entry->sizeBounds = {
                 addAt(lo::Expression(entry->vars.width) >= 0.0, 1000.0f, nullptr),
@@ -319,7 +318,14 @@ struct LayoutEngine::State {
         return *entry;
     }
 
+    // Takes the entry's own constraints out of the solver and its variables
+    // out of reach, before the entry goes.
     void forget(ViewEntry& entry) {
+        unmarkPending(entry);
+        for (lo::Variable* variable :
+             {&entry.vars.left, &entry.vars.top, &entry.vars.width, &entry.vars.height}) {
+            variable->setContext(nullptr);
+        }
         for (const lo::Constraint& c : entry.placement) {
             remove(c);
         }
@@ -435,8 +441,6 @@ struct LayoutEngine::State {
         for (auto it = views.begin(); it != views.end();) {
             if (!it->second.seen) {
                 forget(it->second);
-                pendingCount -= it->second.pending ? 1 : 0;
-                forgetOwner(it->second);
                 it = views.erase(it);
             } else {
                 ++it;
@@ -489,13 +493,9 @@ struct LayoutEngine::State {
                 }
             }
         }
-        for (const auto& weak : constants) {
-            auto c = weak.lock();
-            if (!c) {
-                continue;
-            }
-            auto it = constraints.find(c.get());
-            if (it != constraints.end() && sameOwner(it->second.source, weak) &&
+        for (const LayoutConstraint* c : constants) {
+            auto it = constraints.find(c);
+            if (it != constraints.end() && !it->second.source.expired() &&
                 it->second.constant != c->constant()) {
                 it->second.constant = c->constant();
                 updateConstant(it->second.constraint, -it->second.constant,
@@ -514,12 +514,13 @@ struct LayoutEngine::State {
         }
         // Only constants moved: only the views whose variables were written
         // and the views placed relative to them can have moved.
+        const ViewEntry* last = nullptr;
         for (const lo::Variable* variable : *written) {
-            const auto owner = owners.find(variable->key());
-            ViewEntry* entry = owner == owners.end() ? nullptr : find(*owner->second);
-            if (entry == nullptr) {
+            auto* entry = static_cast<ViewEntry*>(variable->context());
+            if (entry == nullptr || entry == last || entry->view.expired()) {
                 continue;
             }
+            last = entry;
             readEntry(*entry);
             for (const ViewPtr& s : entry->self->subviews()) {
                 if (ViewEntry* child = find(*s); child != nullptr && child->parent == entry->self) {
@@ -581,8 +582,7 @@ void LayoutEngine::noteStructureChange(View& view) {
 
 void LayoutEngine::noteConstantChange(View& owner, const LayoutConstraint& constraint) {
     if (LayoutEngine* engine = engineOf(owner)) {
-        engine->_state->constants.push_back(
-            std::const_pointer_cast<LayoutConstraint>(constraint.shared_from_this()));
+        engine->_state->constants.push_back(&constraint);
     }
 }
 
@@ -713,20 +713,20 @@ void LayoutEngine::applyFrames(View& view) {
         return;
     }
     State& state = *engine->_state;
-    for (const ViewPtr& s : view.subviews()) {
-        if (state.pendingCount == 0) {
-            return;
-        }
-        if (s->translatesAutoresizingMaskIntoConstraints()) {
+    // By index: writing a frame may lay out more and add to the list.
+    for (std::size_t i = 0; i < state.pending.size();) {
+        State::ViewEntry* entry = state.pending[i];
+        if (entry->parent != &view || entry->view.expired() ||
+            entry->self->_superviewPointer != &view ||
+            entry->self->translatesAutoresizingMaskIntoConstraints()) {
+            ++i;
             continue;
         }
-        State::ViewEntry* entry = state.find(*s);
-        if (entry == nullptr || !entry->pending || entry->parent != &view) {
-            continue;
-        }
+        state.pending.erase(state.pending.begin() + static_cast<std::ptrdiff_t>(i));
         entry->pending = false;
-        --state.pendingCount;
-        const QRectF& solved = entry->solved;
+        // Held by view, whose layoutSubviews this is.
+        View* const s = entry->self;
+        const QRectF solved = entry->solved;
         const QRectF bounds = s->bounds();
         if (bounds.size() != solved.size()) {
             s->setBounds(QRectF(bounds.topLeft(), solved.size()));

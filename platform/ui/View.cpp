@@ -553,7 +553,7 @@ void View::setNeedsLayout() {
     if (_superviewPointer != nullptr) {
         _superviewPointer->markSubtreeNeedsLayout();
     }
-    _layer->setNeedsLayout();
+    _layer->setNeedsLayoutForDelegate();
 }
 
 void View::layoutIfNeeded() {

@@ -19,4 +19,12 @@ inline std::uint32_t byteMul(std::uint32_t x, std::uint32_t a) {
     return x | t;
 }
 
+/// A row of 8-bit grey as 32-bit colour, each channel the grey, opaque:
+/// the raster engine's own conversion.
+inline void greyRowToRgb32(const std::uint8_t* from, std::uint32_t* to, int count) {
+    for (int x = 0; x < count; ++x) {
+        to[x] = 0xFF000000u | (static_cast<std::uint32_t>(from[x]) * 0x010101u);
+    }
+}
+
 }  // namespace platform::pixel

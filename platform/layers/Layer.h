@@ -146,6 +146,12 @@ public:
     /// A contents image (the platform's CGImage); a null image is none.
     const QImage& contents() const { return _contents; }
     void setContents(const QImage& contents);
+    /// The contents as a painter draws them when it cannot copy them
+    /// straight: 8-bit grey turned to 32-bit colour (the same pixels, which
+    /// the raster engine scales several times faster), made once per
+    /// contents image into a buffer kept for the next; any other image as it
+    /// is.
+    const QImage& contentsForDrawing();
     ContentsGravity contentsGravity() const { return _contentsGravity; }
     void setContentsGravity(ContentsGravity gravity);
     /// Pixels a point of the backing store made by drawInContext.
@@ -263,6 +269,8 @@ private:
     LayerState _model;
     bool _masksToBounds = false;
     QImage _contents;
+    QImage _contentsInColour;
+    qint64 _contentsInColourKey = 0;
     ContentsGravity _contentsGravity = ContentsGravity::Resize;
     double _contentsScale = 1.0;
     std::weak_ptr<Layer> _superlayer;

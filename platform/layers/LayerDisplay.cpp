@@ -3,6 +3,8 @@
 
 #include "platform/layers/Layer.h"
 
+#include "platform/graphics/PixelMath.h"
+
 #include <QPainter>
 #include <QPainterPath>
 
@@ -93,6 +95,27 @@ void Layer::displayIfNeeded() {
     }
     _backingStore = std::move(image);
     _backingStoreArea = std::move(area);
+}
+
+const QImage& Layer::contentsForDrawing() {
+    if (_contents.format() != QImage::Format_Grayscale8) {
+        return _contents;
+    }
+    if (_contentsInColourKey == _contents.cacheKey() && !_contentsInColour.isNull()) {
+        return _contentsInColour;
+    }
+    // A live preview sets a new frame of the same size each time: its
+    // pixels go into the same buffer.
+    if (_contentsInColour.size() != _contents.size() || !_contentsInColour.isDetached()) {
+        _contentsInColour = QImage(_contents.size(), QImage::Format_RGB32);
+    }
+    for (int y = 0; y < _contents.height(); ++y) {
+        pixel::greyRowToRgb32(_contents.constScanLine(y),
+                              reinterpret_cast<std::uint32_t*>(_contentsInColour.scanLine(y)),
+                              _contents.width());
+    }
+    _contentsInColourKey = _contents.cacheKey();
+    return _contentsInColour;
 }
 
 void Layer::drawInContext(QPainter& context) {

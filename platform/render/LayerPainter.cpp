@@ -42,13 +42,9 @@ QPainterPath roundedBounds(const QRectF& bounds, double radius) {
     return path;
 }
 
-void drawImageInRect(QPainter& painter, const QImage& image, const QRectF& target,
-                     bool clipIsRectangle) {
+void drawImageInRect(QPainter& painter, const QImage& image, const QRectF& target) {
     const QRectF source(0, 0, image.width(), image.height());
     const bool exact = target.size() == source.size();
-    if (exact && copyGreyImage(painter, image, target.topLeft(), clipIsRectangle)) {
-        return;
-    }
     painter.setRenderHint(QPainter::SmoothPixmapTransform, !exact);
     if (exact) {
         painter.drawImage(target.topLeft(), image);
@@ -62,9 +58,13 @@ void paintContents(QPainter& painter, Layer& layer, const LayerState& state, boo
     if (!contents.isNull()) {
         const double scale = std::max(layer.contentsScale(), 1e-6);
         const QSizeF natural(contents.width() / scale, contents.height() / scale);
-        drawImageInRect(painter, contents,
-                        LayerPainter::contentsRect(state.bounds, natural, layer.contentsGravity()),
-                        clipIsRectangle);
+        const QRectF placed =
+            LayerPainter::contentsRect(state.bounds, natural, layer.contentsGravity());
+        if (placed.size() == QSizeF(contents.size()) &&
+            copyGreyImage(painter, contents, placed.topLeft(), clipIsRectangle)) {
+            return;
+        }
+        drawImageInRect(painter, layer.contentsForDrawing(), placed);
         return;
     }
     if (layer.drawsContent()) {
@@ -83,7 +83,7 @@ void paintContents(QPainter& painter, Layer& layer, const LayerState& state, boo
             }
             return;
         }
-        drawImageInRect(painter, store, state.bounds, clipIsRectangle);
+        drawImageInRect(painter, store, state.bounds);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "platform/render/OpaqueImageCopy.h"
 
+#include "platform/graphics/PixelMath.h"
+
 #include <QPaintDevice>
 #include <QPainter>
 
@@ -27,13 +29,6 @@ bool deviceRect(const QRectF& rect, const QTransform& move, QRect& out) {
                 QSize(static_cast<int>(std::round(mapped.width())),
                       static_cast<int>(std::round(mapped.height()))));
     return true;
-}
-
-void greyRow(const std::uint8_t* from, std::uint32_t* to, int count) {
-    // The raster engine's grey to 32-bit: each channel the grey, opaque.
-    for (int x = 0; x < count; ++x) {
-        to[x] = 0xFF000000u | (static_cast<std::uint32_t>(from[x]) * 0x010101u);
-    }
 }
 
 }  // namespace
@@ -80,7 +75,7 @@ bool copyGreyImage(QPainter& painter, const QImage& image, const QPointF& topLef
         const std::uint8_t* from =
             image.constScanLine(y - drawn.top()) + (visible.left() - drawn.left());
         auto* to = reinterpret_cast<std::uint32_t*>(targetBits + y * targetStride) + visible.left();
-        greyRow(from, to, visible.width());
+        pixel::greyRowToRgb32(from, to, visible.width());
     }
     return true;
 }

@@ -135,7 +135,7 @@ TEST_F(HostPaintTest, OpaqueLayersHideWhatIsBeneathWithTheSamePixels) {
     }
 }
 
-TEST_F(HostPaintTest, GreyPicturesAreCopiedInAsQtDrawsThem) {
+TEST_F(HostPaintTest, GreyPicturesLookAsQtDrawsThem) {
     const QImage grey = greyRamp(50, 30);
     auto root = Layer::create();
     root->setFrame({0, 0, 60, 40});
@@ -145,19 +145,22 @@ TEST_F(HostPaintTest, GreyPicturesAreCopiedInAsQtDrawsThem) {
     root->addSublayer(window);
     auto picture = Layer::create();
     picture->setContents(grey);
+    window->addSublayer(picture);
 
-    // Whole-pixel places are copied, the rest drawn by Qt; all match Qt's
-    // drawing of the same picture converted to colour first.
-    for (const QPointF& origin : {QPointF(-3, -2), QPointF(0, 0), QPointF(-2.5, 1)}) {
-        SCOPED_TRACE(origin.x());
-        picture->setFrame(QRectF(origin, QSizeF(50, 30)));
-        window->addSublayer(picture);
+    // Whole-pixel places are copied, the rest drawn through a colour copy
+    // of the picture; all match Qt's drawing of the grey picture itself.
+    for (const QRectF& frame : {QRectF(-3, -2, 50, 30), QRectF(0, 0, 50, 30),
+                                QRectF(-2.5, 1, 50, 30), QRectF(-4, -3.5, 71, 37.3)}) {
+        SCOPED_TRACE(frame.x());
+        picture->setFrame(frame);
         QImage expected(60, 40, QImage::Format_ARGB32_Premultiplied);
         expected.fill(Qt::darkGreen);
         {
             QPainter painter(&expected);
+            painter.setRenderHint(QPainter::Antialiasing);
+            painter.setRenderHint(QPainter::SmoothPixmapTransform, frame.size() != grey.size());
             painter.setClipRect(QRectF(5, 5, 40, 20));
-            painter.drawImage(QPointF(5, 5) + origin, grey.convertToFormat(QImage::Format_RGB32));
+            painter.drawImage(frame.translated(5, 5), grey, grey.rect());
         }
         QImage painted(60, 40, QImage::Format_ARGB32_Premultiplied);
         painted.fill(Qt::darkGreen);
@@ -168,6 +171,14 @@ TEST_F(HostPaintTest, GreyPicturesAreCopiedInAsQtDrawsThem) {
         }
         EXPECT_EQ(painted, expected);
     }
+
+    // A live preview's next frame goes into the same colour buffer.
+    const uchar* buffer = picture->contentsForDrawing().constBits();
+    QImage next = greyRamp(50, 30);
+    next.fill(200);
+    picture->setContents(next);
+    EXPECT_EQ(picture->contentsForDrawing().constBits(), buffer);
+    EXPECT_EQ(picture->contentsForDrawing().pixel(10, 10), qRgb(200, 200, 200));
 }
 
 }  // namespace

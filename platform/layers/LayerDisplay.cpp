@@ -99,6 +99,7 @@ void Layer::displayIfNeeded() {
 
 const QImage& Layer::contentsForDrawing() {
     if (_contents.format() != QImage::Format_Grayscale8) {
+        _contentsInColour = QImage();
         return _contents;
     }
     if (_contentsInColourKey == _contents.cacheKey() && !_contentsInColour.isNull()) {

@@ -20,8 +20,13 @@ bool whole(double value) {
 // pixels.
 bool deviceRect(const QRectF& rect, const QTransform& move, QRect& out) {
     const QRectF mapped = rect.translated(move.dx(), move.dy());
+    // Far-off places are left to the raster engine rather than turned into
+    // integers that cannot hold them.
+    constexpr double kFar = 1 << 24;
     if (!whole(mapped.left()) || !whole(mapped.top()) || !whole(mapped.right()) ||
-        !whole(mapped.bottom())) {
+        !whole(mapped.bottom()) || std::abs(mapped.left()) > kFar ||
+        std::abs(mapped.top()) > kFar || std::abs(mapped.right()) > kFar ||
+        std::abs(mapped.bottom()) > kFar) {
         return false;
     }
     out = QRect(QPoint(static_cast<int>(std::round(mapped.left())),

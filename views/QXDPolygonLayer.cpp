@@ -55,11 +55,14 @@ void QXDPolygonLayer::drawInContext(QPainter& context) {
     QPainter* current = platform::currentContext();
 
     // Writing transparent pixels clears them; the raster engine fills that
-    // as a plain rectangle, where clearing goes through its blending.
-    current->save();
-    current->setCompositionMode(QPainter::CompositionMode_Source);
-    current->fillRect(bounds(), Qt::transparent);
-    current->restore();
+    // as a plain rectangle, where clearing goes through its blending. The
+    // layer's own backing store is already clear when its display starts.
+    if (!startsTransparent(context)) {
+        current->save();
+        current->setCompositionMode(QPainter::CompositionMode_Source);
+        current->fillRect(bounds(), Qt::transparent);
+        current->restore();
+    }
 
     if (_keypoints && !_keypoints->empty()) {
         platform::setStrokeColor(_lineColor);

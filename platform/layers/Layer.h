@@ -186,8 +186,9 @@ public:
     /// transparent, in bounds coordinates: rectangles that together hold all
     /// of its drawing but anti-aliasing; nullopt (the default) for anywhere
     /// in the bounds. A redraw then clears only where the last drawing was
-    /// and draws clipped to the rectangles, and the store is composited only
-    /// there.
+    /// and draws clipped to the rectangles' bounding box, and the store is
+    /// composited only inside the rectangles: a drawing must leave the rest
+    /// transparent.
     virtual std::optional<std::vector<QRectF>> drawingArea() const;
     /// True when the layer draws (overrides drawInContext or has a delegate).
     virtual bool drawsContent() const;
@@ -246,6 +247,10 @@ protected:
     void didChangeValue(const QString& keyPath, const QVariant& oldRendered);
     /// Reports a change that needs a repaint to the root of the tree.
     void markChanged();
+    /// True for the painter displayIfNeeded hands drawInContext: the store
+    /// under it is transparent when the drawing starts, so clearing it first
+    /// changes nothing.
+    bool startsTransparent(const QPainter& context) const { return &context == _displayPainter; }
     /// Marks the layer as needing layout and tells its delegate.
     void requestLayout();
     LayerState& mutableModel() { return _model; }
@@ -287,6 +292,7 @@ private:
     bool _sublayerNeedsLayout = false;
     QImage _backingStore;
     QRegion _backingStoreArea;
+    const QPainter* _displayPainter = nullptr;
     std::vector<std::pair<QString, std::shared_ptr<Running>>> _animations;
     std::uint64_t _animationGeneration = 0;
     std::weak_ptr<LayerDelegate> _delegate;

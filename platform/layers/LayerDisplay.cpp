@@ -91,7 +91,9 @@ void Layer::displayIfNeeded() {
         }
         painter.scale(_contentsScale, _contentsScale);
         painter.translate(-bounds.x(), -bounds.y());
+        _displayPainter = &painter;
         drawInContext(painter);
+        _displayPainter = nullptr;
     }
     _backingStore = std::move(image);
     _backingStoreArea = std::move(area);

@@ -32,6 +32,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cmath>
 #include <cstring>
 #include <numbers>
 #include <vector>
@@ -92,6 +93,8 @@ struct CaptureScreen {
     std::shared_ptr<QXDCameraController> controller;
     std::shared_ptr<platform::Window> window;
     QImage backing{kWidth, kHeight, QImage::Format_ARGB32_Premultiplied};
+    // An upright 1080x1920 colour frame fills the window at scale 1.
+    QTransform colourTransform;
 
     CaptureScreen() {
         auto& loop = platform::RunLoop::main();
@@ -121,7 +124,17 @@ struct CaptureScreen {
     void frame(const platform::SampleBufferPtr& sample) {
         controller->camera()->captureOutputDidOutputSampleBuffer(nullptr, sample, nullptr);
         controller->cameraPreview()->setContents(previewImage(*sample->imageBuffer()));
-        controller->drawPolygonAtKeyPoints(kCorners, Qt::green);
+        // A grey frame reaches the host as no picture, which leaves the
+        // screen's transform without a scale; the outline then goes to the
+        // layer with the transform a colour frame of this size gives, so that
+        // both runs paint it.
+        const QTransform t = controller->transform();
+        if (std::isfinite(t.m11()) && std::isfinite(t.m22())) {
+            controller->drawPolygonAtKeyPoints(kCorners, Qt::green);
+        } else {
+            controller->polygonLayer()->drawPolygonAtKeyPoints(kCorners, colourTransform,
+                                                               Qt::green);
+        }
         window->layoutIfNeededForHost();
         QPainter painter(&backing);
         painter.setRenderHint(QPainter::Antialiasing);

@@ -7,7 +7,9 @@
 namespace platform {
 
 Device& Device::current() {
-    static Device device;
+    // Never destroyed, like every process-wide object: an engine or a screen
+    // released on its own queue while the process exits still reaches it.
+    static Device& device = *new Device;
     return device;
 }
 
@@ -67,12 +69,12 @@ int Device::idiomForWindowSize(const QSizeF& size) {
 }
 
 Application& Application::shared() {
-    static Application application;
+    static Application& application = *new Application;
     return application;
 }
 
 Screen& Screen::main() {
-    static Screen screen;
+    static Screen& screen = *new Screen;
     return screen;
 }
 

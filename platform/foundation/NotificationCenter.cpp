@@ -5,7 +5,9 @@
 namespace platform {
 
 NotificationCenter& NotificationCenter::defaultCenter() {
-    static NotificationCenter center;
+    // Never destroyed, like every process-wide object: an engine or a screen
+    // released on its own queue while the process exits still reaches it.
+    static NotificationCenter& center = *new NotificationCenter;
     return center;
 }
 

@@ -24,7 +24,9 @@ double steadySeconds() {
 }  // namespace
 
 RunLoop& RunLoop::main() {
-    static RunLoop loop;
+    // Never destroyed, like every process-wide object: an engine or a screen
+    // released on its own queue while the process exits still reaches it.
+    static RunLoop& loop = *new RunLoop;
     return loop;
 }
 

@@ -77,6 +77,10 @@ struct LayerState {
     /// The frame in the superlayer: bounds placed at position by the anchor
     /// point, through the transform.
     QRectF frame() const;
+    /// Maps bounds coordinates into the superlayer's: the bounds origin and
+    /// the anchor point move to the origin, the transform turns and scales
+    /// about it, and the result sits at the position.
+    QTransform toSuperlayer() const;
 };
 
 /// Decides the action (implicit animation) for a property change of a layer

@@ -192,6 +192,13 @@ bool LayerState::setValue(const QString& keyPath, const QVariant& value) {
     return it != table.end() && it->set(*this, value);
 }
 
+QTransform LayerState::toSuperlayer() const {
+    const QSizeF size = bounds.size();
+    const QPointF anchor(anchorPoint.x() * size.width(), anchorPoint.y() * size.height());
+    return QTransform::fromTranslate(-bounds.x() - anchor.x(), -bounds.y() - anchor.y()) *
+           transform * QTransform::fromTranslate(position.x(), position.y());
+}
+
 QRectF LayerState::frame() const {
     const QSizeF size = bounds.size();
     const QRectF aroundAnchor(-anchorPoint.x() * size.width(), -anchorPoint.y() * size.height(),

@@ -114,7 +114,7 @@ void paintLayer(Pass& pass, Layer& layer, bool clipIsRectangle) {
     }
     const int index = pass.nextLayer++;
     painter.save();
-    painter.setTransform(paint_order::layerToSuperlayer(state), true);
+    painter.setTransform(state.toSuperlayer(), true);
     painter.setOpacity(painter.opacity() * std::min(1.0, state.opacity));
 
     if (auto* backdrop = dynamic_cast<BackdropLayer*>(&layer);

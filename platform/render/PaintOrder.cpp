@@ -33,7 +33,7 @@ void search(Layer& layer, const QTransform& toArea, const Visible& visible, doub
         return;
     }
     const int index = found.nextLayer++;
-    const QTransform transform = layerToSuperlayer(state) * toArea;
+    const QTransform transform = state.toSuperlayer() * toArea;
     const double shown = opacity * std::min(1.0, state.opacity);
     const bool square = transform.type() <= QTransform::TxScale;
 

@@ -28,18 +28,6 @@ inline bool skipsLayer(const LayerState& state) {
     return state.hidden || state.opacity <= 0.0;
 }
 
-/// Maps the layer's bounds coordinates into its superlayer's: the bounds
-/// origin and the anchor point move to the origin, the transform turns and
-/// scales about it, and the result sits at the position.
-inline QTransform layerToSuperlayer(const LayerState& state) {
-    const QSizeF size = state.bounds.size();
-    const QPointF anchor(state.anchorPoint.x() * size.width(),
-                         state.anchorPoint.y() * size.height());
-    return QTransform::fromTranslate(-state.bounds.x() - anchor.x(),
-                                     -state.bounds.y() - anchor.y()) *
-           state.transform * QTransform::fromTranslate(state.position.x(), state.position.y());
-}
-
 /// The number of the last drawing of root's tree at `time` that paints
 /// every pixel of `area` (root's superlayer coordinates, whole device
 /// pixels) opaque, at full opacity, so that everything drawn before it there

@@ -18,22 +18,11 @@
 namespace platform {
 namespace {
 
-// The mapping from a view's bounds coordinates to its superview's, from the
-// layer's model geometry: the anchor point sits at the position, and the
-// transform turns and scales about it.
-QTransform toSuperview(const Layer& layer) {
-    const LayerState& s = layer.modelState();
-    const QPointF anchor(s.anchorPoint.x() * s.bounds.width(),
-                         s.anchorPoint.y() * s.bounds.height());
-    return QTransform::fromTranslate(-s.bounds.x() - anchor.x(), -s.bounds.y() - anchor.y()) *
-           s.transform * QTransform::fromTranslate(s.position.x(), s.position.y());
-}
-
 // From a view's bounds coordinates to the coordinates of the root of its tree.
 QTransform toRoot(const View* view) {
     QTransform t;
     for (const View* v = view; v != nullptr && v->superview(); v = v->superview().get()) {
-        t = t * toSuperview(*v->layer());
+        t = t * v->layer()->modelState().toSuperlayer();
     }
     return t;
 }
